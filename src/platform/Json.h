@@ -1,0 +1,45 @@
+#pragma once
+
+// JSON to and from platform::Value, with the framework serialiser's rules: objects become dictionaries (insertion
+// order kept), integers keep their sign ("q", or "Q" beyond the signed range), reals are doubles ("d"), true and
+// false are boolean numbers, null is the null object. Writing accepts only what JSON can hold (no dates, no data,
+// no NaN or infinity, UTF-8 text only) and escapes "/" as "\/", as the framework does.
+
+#include "platform/Error.h"
+#include "platform/Exception.h"
+#include "platform/Value.h"
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Raised by readJson and writeJson; carries the error that a completion hands on.
+class JsonError : public Exception {
+public:
+    explicit JsonError(std::string reason);
+    Error error() const;
+};
+
+struct JsonReadOptions {
+    // Accept a top-level value that is neither an object nor an array.
+    bool allowFragments = false;
+    // Deeper documents are refused rather than risking the stack.
+    unsigned maxDepth = 256;
+};
+
+Value readJson(std::string_view text, const JsonReadOptions& options = {});
+
+struct JsonWriteOptions {
+    // Two-space indentation and " : " between key and value, as the framework's pretty-printed option writes.
+    bool prettyPrinted = false;
+    // Accept a top-level value that is neither a dictionary nor an array.
+    bool allowFragments = false;
+};
+
+std::string writeJson(const Value& value, const JsonWriteOptions& options = {});
+
+// True when writeJson would succeed with the default options.
+bool isValidJsonObject(const Value& value);
+
+}

@@ -1,0 +1,104 @@
+#include "platform/Log.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+struct LogState {
+    std::mutex mutex;
+    std::string programName = "korbanhold";
+    LogSink sink;
+};
+
+LogState& state()
+{
+    static LogState instance;
+    return instance;
+}
+
+void writeToStderr(std::string_view text, const std::string& programName)
+{
+    const auto now = std::chrono::system_clock::now();
+    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    std::tm local {};
+    localtime_r(&seconds, &local);
+    const std::string line = fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03d} {}[{}:{}] {}\n", local, millis, programName,
+        getpid(), static_cast<long>(syscall(SYS_gettid)), text);
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+// Length of a printf-style conversion that starts at pattern[position] (the '%'), or 0 when there is none.
+std::size_t conversionLength(std::string_view pattern, std::size_t position)
+{
+    std::size_t end = position + 1;
+    while (end < pattern.size() && std::string_view("-+ #0123456789.*").find(pattern[end]) != std::string_view::npos)
+        ++end;
+    while (end < pattern.size() && std::string_view("hlqLjzt").find(pattern[end]) != std::string_view::npos)
+        ++end;
+    if (end < pattern.size() && std::string_view("@dDiuUxXoOfFeEgGcCsSp").find(pattern[end]) != std::string_view::npos)
+        return end + 1 - position;
+    return 0;
+}
+
+}
+
+void setProgramName(std::string name)
+{
+    std::lock_guard lock(state().mutex);
+    state().programName = std::move(name);
+}
+
+LogSink setLogSink(LogSink sink)
+{
+    std::lock_guard lock(state().mutex);
+    std::swap(state().sink, sink);
+    return sink;
+}
+
+void logText(std::string_view text)
+{
+    std::lock_guard lock(state().mutex);
+    if (state().sink)
+        state().sink(text);
+    else
+        writeToStderr(text, state().programName);
+}
+
+std::string formatMessage(std::string_view pattern, const std::vector<std::string>& arguments)
+{
+    std::string out;
+    out.reserve(pattern.size());
+    std::size_t next = 0;
+    for (std::size_t position = 0; position < pattern.size(); ++position) {
+        if (pattern[position] != '%') {
+            out += pattern[position];
+            continue;
+        }
+        if (position + 1 < pattern.size() && pattern[position + 1] == '%') {
+            out += '%';
+            ++position;
+            continue;
+        }
+        const std::size_t length = conversionLength(pattern, position);
+        if (length == 0) {
+            out += '%';
+            continue;
+        }
+        out += next < arguments.size() ? arguments[next] : std::string("(null)");
+        ++next;
+        position += length - 1;
+    }
+    return out;
+}
+
+}

@@ -1,0 +1,59 @@
+#include "platform/Utf8.h"
+
+namespace platform {
+
+// Length of the sequence that `lead` starts, or 0 for a byte that cannot start one.
+static int sequenceLength(unsigned char lead)
+{
+    if (lead < 0x80)
+        return 1;
+    if (lead >= 0xC2 && lead <= 0xDF)
+        return 2;
+    if (lead >= 0xE0 && lead <= 0xEF)
+        return 3;
+    if (lead >= 0xF0 && lead <= 0xF4)
+        return 4;
+    return 0;
+}
+
+bool isValidUtf8(std::string_view text)
+{
+    std::size_t position = 0;
+    while (position < text.size()) {
+        const auto lead = static_cast<unsigned char>(text[position]);
+        const int length = sequenceLength(lead);
+        if (length == 0 || position + length > text.size())
+            return false;
+        for (int i = 1; i < length; ++i) {
+            if ((static_cast<unsigned char>(text[position + i]) & 0xC0) != 0x80)
+                return false;
+        }
+        if (length > 1) {
+            std::size_t scan = position;
+            const std::uint32_t codePoint = decodeUtf8(text, scan);
+            const bool overlong = (length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000);
+            const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
+            if (overlong || surrogate || codePoint > 0x10FFFF)
+                return false;
+        }
+        position += length;
+    }
+    return true;
+}
+
+std::uint32_t decodeUtf8(std::string_view text, std::size_t& position)
+{
+    const auto lead = static_cast<unsigned char>(text[position]);
+    const int length = sequenceLength(lead);
+    if (length <= 1) {
+        ++position;
+        return lead;
+    }
+    std::uint32_t codePoint = lead & (0x7F >> length);
+    for (int i = 1; i < length; ++i)
+        codePoint = (codePoint << 6) | (static_cast<unsigned char>(text[position + i]) & 0x3F);
+    position += length;
+    return codePoint;
+}
+
+}
