@@ -94,7 +94,9 @@ bool exchange(nlmsghdr* request, mnl_cb_t callback, void* context)
             return false;
         const int outcome = mnl_cb_run(buffer.data(), static_cast<std::size_t>(received), sequence, portId, callback,
             context);
-        if (outcome <= MNL_CB_STOP)
+        // A lookup is answered by one message; a dump ends with a message of its own.
+        const bool dump = request->nlmsg_flags & NLM_F_DUMP;
+        if (!dump || outcome <= MNL_CB_STOP)
             return true;
     }
 }
