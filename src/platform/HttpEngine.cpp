@@ -57,7 +57,7 @@ void Engine::cancel(std::shared_ptr<Task> task)
     post(Command { Command::Kind::Cancel, std::move(task) });
 }
 
-testing::TransferCounts Engine::transferCounts() const
+testhooks::TransferCounts Engine::transferCounts() const
 {
     return { m_transferCount.load(), m_peakTransferCount.load() };
 }

@@ -26,7 +26,7 @@ public:
     void start(std::shared_ptr<Task> task);
     void cancel(std::shared_ptr<Task> task);
 
-    testing::TransferCounts transferCounts() const;
+    testhooks::TransferCounts transferCounts() const;
     void resetPeakTransferCount();
 
 private:

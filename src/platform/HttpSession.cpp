@@ -12,7 +12,7 @@ std::atomic<std::uint64_t> nextTaskIdentifier { 1 };
 
 struct InjectorSlot {
     std::mutex mutex;
-    testing::ErrorInjector injector;
+    testhooks::ErrorInjector injector;
 };
 
 InjectorSlot& injectorSlot()
@@ -169,7 +169,7 @@ std::shared_ptr<Task> Session::downloadTask(std::string url, CompletionHandler c
     return makeTask(Task::Kind::Download, std::move(request), {}, std::move(completionHandler));
 }
 
-namespace testing {
+namespace testhooks {
 
 void setErrorInjector(ErrorInjector injector)
 {

@@ -110,7 +110,7 @@ private:
     const std::shared_ptr<Queue> m_delegateQueue;
 };
 
-namespace testing {
+namespace testhooks {
 
 // Consulted when a task starts: an error it returns ends the task with that error, as if the transfer had failed,
 // without any network traffic. An empty function (the default) lets every task through.
