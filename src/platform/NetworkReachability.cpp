@@ -266,7 +266,11 @@ bool NetworkReachability::schedule()
     if (stopSignal < 0)
         return false;
     m_stopSignal = stopSignal;
-    m_watcher = std::thread([this, subscription = socket.release(), stopSignal] { watch(subscription, stopSignal); });
+    // Read after subscribing and before returning, so that every change from here on is seen as one.
+    const std::optional<ReachabilityFlags> initial = flags();
+    m_watcher = std::thread([this, subscription = socket.release(), stopSignal, initial] {
+        watch(subscription, stopSignal, initial);
+    });
     return true;
 }
 
@@ -281,11 +285,9 @@ void NetworkReachability::unschedule()
     m_stopSignal = -1;
 }
 
-void NetworkReachability::watch(mnl_socket* subscription, int stopSignal)
+void NetworkReachability::watch(mnl_socket* subscription, int stopSignal, std::optional<ReachabilityFlags> last)
 {
     const int netlinkSocket = mnl_socket_get_fd(subscription);
-    // Subscribed before the first reading, so that no change between the two is missed.
-    std::optional<ReachabilityFlags> last = flags();
     std::vector<char> buffer(MNL_SOCKET_BUFFER_SIZE);
     for (;;) {
         pollfd watched[] = { { netlinkSocket, POLLIN, 0 }, { stopSignal, POLLIN, 0 } };

@@ -67,7 +67,8 @@ public:
 
     // The callback that a watched target calls; an empty one stops the calls.
     bool setCallback(Callback callback);
-    // Starts watching; false when the route change messages cannot be subscribed to. Watching again is harmless.
+    // Starts watching: every change of the flags after this returns is reported. False when the route change
+    // messages cannot be subscribed to. Watching again is harmless.
     bool schedule();
     // Stops watching and waits for the watching thread; not to be called from the callback.
     void unschedule();
@@ -77,7 +78,8 @@ public:
 
 private:
     NetworkReachability(std::optional<sockaddr_storage> address, std::string name);
-    void watch(mnl_socket* subscription, int stopSignal);
+    // The watching thread: reports each change of the flags from `last` on.
+    void watch(mnl_socket* subscription, int stopSignal, std::optional<ReachabilityFlags> last);
 
     const std::optional<sockaddr_storage> m_address;
     const std::string m_name;
