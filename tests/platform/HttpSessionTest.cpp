@@ -52,6 +52,34 @@ public:
     std::vector<std::string> events;
 };
 
+// Answers POSTs to `path` with a JSON `reply` and keeps the last request it received.
+class RecordingServer {
+public:
+    RecordingServer(const std::string& path, std::string reply)
+        : m_path(path)
+    {
+        m_server.server.Post(path, [this, reply](const httplib::Request& request, httplib::Response& response) {
+            std::lock_guard lock(m_mutex);
+            m_lastRequest = request;
+            response.set_content(reply, "application/json");
+        });
+        m_server.start();
+    }
+
+    std::string url() const { return m_server.url(m_path); }
+    httplib::Request lastRequest() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_lastRequest;
+    }
+
+private:
+    LoopbackHttpServer m_server;
+    std::string m_path;
+    mutable std::mutex m_mutex;
+    httplib::Request m_lastRequest;
+};
+
 class HttpSession : public ::testing::Test {
 protected:
     std::shared_ptr<Queue> queue = Queue::makeSerial("http-session-test");
@@ -147,21 +175,13 @@ TEST_F(HttpSession, AnEmptyReplyBodyIsEmptyDataNotAbsentData)
 
 TEST_F(HttpSession, TheRequestGoesOutWithItsMethodHeadersAndBody)
 {
-    LoopbackHttpServer server;
-    std::mutex mutex;
-    httplib::Request seen;
-    server.server.Post("/record", [&](const httplib::Request& request, httplib::Response&) {
-        std::lock_guard lock(mutex);
-        seen = request;
-    });
-    server.start();
-
-    Request request = post(server.url("/record"), "{\n  \"key\" : \"value\"\n}");
+    RecordingServer server("/record", "{}");
+    Request request = post(server.url(), "{\n  \"key\" : \"value\"\n}");
     request.setValue(std::to_string(request.httpBody.size()), "Content-Length");
     request.addValue("application/json", "Content-Type");
     ASSERT_FALSE(runData(request).error);
 
-    std::lock_guard lock(mutex);
+    const httplib::Request seen = server.lastRequest();
     EXPECT_EQ(seen.method, "POST");
     EXPECT_EQ(seen.body, "{\n  \"key\" : \"value\"\n}");
     EXPECT_EQ(seen.get_header_value("Content-Type"), "application/json");
@@ -172,22 +192,14 @@ TEST_F(HttpSession, TheRequestGoesOutWithItsMethodHeadersAndBody)
 
 TEST_F(HttpSession, SessionHeadersAreAddedUnlessTheRequestSetsTheFieldItself)
 {
-    LoopbackHttpServer server;
-    std::mutex mutex;
-    httplib::Request seen;
-    server.server.Post("/record", [&](const httplib::Request& request, httplib::Response&) {
-        std::lock_guard lock(mutex);
-        seen = request;
-    });
-    server.start();
-
+    RecordingServer server("/record", "{}");
     Configuration configuration;
     configuration.additionalHeaders = { { "Accept", "application/json" }, { "Content-Type", "application/json" } };
-    Request request = post(server.url("/record"), "x");
+    Request request = post(server.url(), "x");
     request.setValue("application/octet-stream", "content-type");
     ASSERT_FALSE(runData(request, configuration).error);
 
-    std::lock_guard lock(mutex);
+    const httplib::Request seen = server.lastRequest();
     EXPECT_EQ(seen.get_header_value("Accept"), "application/json");
     EXPECT_EQ(seen.get_header_value("Content-Type"), "application/octet-stream");
     EXPECT_EQ(seen.get_header_value_count("Content-Type"), 1u);
@@ -535,20 +547,12 @@ TEST_F(HttpSession, ASessionWithoutADelegateQueueReportsOnASerialQueueOfItsOwn)
 
 TEST_F(HttpSession, AnUploadTaskSendsTheFilesBytesAsTheBody)
 {
-    LoopbackHttpServer server;
-    std::mutex mutex;
-    httplib::Request seen;
-    server.server.Post("/upload", [&](const httplib::Request& request, httplib::Response& response) {
-        std::lock_guard lock(mutex);
-        seen = request;
-        response.set_content("{\"stored\":true}", "application/json");
-    });
-    server.start();
+    RecordingServer server("/upload", "{\"stored\":true}");
     testsupport::TempDir folder;
     const std::string contents(100000, 'k');
     testsupport::writeFile(folder / "staged.bin", contents);
 
-    Request request = post(server.url("/upload"));
+    Request request = post(server.url());
     request.setValue("application/octet-stream", "Content-Type");
     request.setValue("/Korbanhold/a.bin", "FilePath");
     auto session = makeSession();
@@ -557,7 +561,7 @@ TEST_F(HttpSession, AnUploadTaskSendsTheFilesBytesAsTheBody)
     });
     EXPECT_FALSE(result.error);
     EXPECT_EQ(text(result.data), "{\"stored\":true}");
-    std::lock_guard lock(mutex);
+    const httplib::Request seen = server.lastRequest();
     EXPECT_EQ(seen.body, contents);
     EXPECT_EQ(seen.get_header_value("Content-Length"), "100000");
     EXPECT_EQ(seen.get_header_value("Content-Type"), "application/octet-stream");
@@ -579,15 +583,7 @@ TEST_F(HttpSession, AnUploadOfAFileThatCannotBeOpenedFailsBeforeAnythingIsSent)
 
 TEST_F(HttpSession, AStreamedUploadSendsWhatTheStreamGivesInChunks)
 {
-    LoopbackHttpServer server;
-    std::mutex mutex;
-    httplib::Request seen;
-    server.server.Post("/stream", [&](const httplib::Request& request, httplib::Response& response) {
-        std::lock_guard lock(mutex);
-        seen = request;
-        response.set_content("{}", "application/json");
-    });
-    server.start();
+    RecordingServer server("/stream", "{}");
     auto pieces = std::make_shared<std::vector<std::string>>(std::vector<std::string> { "alpha-", "beta-", "gamma" });
     BodyStream stream = [pieces, next = std::size_t { 0 }](char* buffer, std::size_t capacity) mutable -> std::size_t {
         if (next == pieces->size())
@@ -599,10 +595,10 @@ TEST_F(HttpSession, AStreamedUploadSendsWhatTheStreamGivesInChunks)
     };
     auto session = makeSession();
     const Result result = run([&](CompletionHandler handler) {
-        return session->uploadTask(post(server.url("/stream")), stream, std::move(handler));
+        return session->uploadTask(post(server.url()), stream, std::move(handler));
     });
     EXPECT_FALSE(result.error);
-    std::lock_guard lock(mutex);
+    const httplib::Request seen = server.lastRequest();
     EXPECT_EQ(seen.body, "alpha-beta-gamma");
     EXPECT_EQ(seen.get_header_value("Transfer-Encoding"), "chunked");
 }

@@ -13,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -62,6 +63,22 @@ std::unique_ptr<Reachability> reachabilityFor(const char* ipv4)
     address.sin_family = AF_INET;
     inet_pton(AF_INET, ipv4, &address.sin_addr);
     return Reachability::reachabilityWithAddress(reinterpret_cast<const sockaddr*>(&address));
+}
+
+// Calls `operation` on an object without a handle and expects the assertion handler's log line and exception.
+void expectAssertionFailure(const std::function<void(const Reachability&)>& operation, const std::string& reason,
+    const std::string& logLine)
+{
+    testsupport::LogCapture log;
+    Reachability withoutHandle;
+    try {
+        operation(withoutHandle);
+        ADD_FAILURE() << "no assertion failure";
+    } catch (const platform::Exception& exception) {
+        EXPECT_EQ(exception.name(), "NSInternalInconsistencyException");
+        EXPECT_EQ(exception.reason(), reason);
+    }
+    EXPECT_TRUE(log.contains(logLine)) << logLine;
 }
 
 }
@@ -236,32 +253,16 @@ TEST(Reachability, AHostNameIsReadThroughItsAddress)
 
 TEST(Reachability, ConnectionRequiredWithoutAHandleFailsItsAssertion)
 {
-    testsupport::LogCapture log;
-    Reachability withoutHandle;
-    try {
-        withoutHandle.connectionRequired();
-        FAIL() << "no assertion failure";
-    } catch (const platform::Exception& exception) {
-        EXPECT_EQ(exception.name(), "NSInternalInconsistencyException");
-        EXPECT_EQ(exception.reason(), "connectionRequired called with NULL reachabilityRef");
-    }
-    EXPECT_TRUE(log.contains(
-        "*** Assertion failure in -[Reachability connectionRequired], Services/Reachability/Reachability:245"));
+    expectAssertionFailure([](const Reachability& withoutHandle) { withoutHandle.connectionRequired(); },
+        "connectionRequired called with NULL reachabilityRef",
+        "*** Assertion failure in -[Reachability connectionRequired], Services/Reachability/Reachability:245");
 }
 
 TEST(Reachability, CurrentReachabilityStatusWithoutAHandleFailsItsAssertion)
 {
-    testsupport::LogCapture log;
-    Reachability withoutHandle;
-    try {
-        withoutHandle.currentReachabilityStatus();
-        FAIL() << "no assertion failure";
-    } catch (const platform::Exception& exception) {
-        EXPECT_EQ(exception.name(), "NSInternalInconsistencyException");
-        EXPECT_EQ(exception.reason(), "currentNetworkStatus called with NULL reachabilityRef");
-    }
-    EXPECT_TRUE(log.contains("*** Assertion failure in -[Reachability currentReachabilityStatus], "
-                             "Services/Reachability/Reachability:256"));
+    expectAssertionFailure([](const Reachability& withoutHandle) { withoutHandle.currentReachabilityStatus(); },
+        "currentNetworkStatus called with NULL reachabilityRef",
+        "*** Assertion failure in -[Reachability currentReachabilityStatus], Services/Reachability/Reachability:256");
 }
 
 TEST(Reachability, AnObjectReleasesItsHandleWhenItGoes)
