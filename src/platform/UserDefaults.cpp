@@ -23,6 +23,9 @@ std::string applicationDomainOfThisProgram()
                                                : configuredApplicationDomain;
 }
 
+// No file, or no folder (a file stands where the folder should be): simply no domain, nothing to report.
+bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+
 // A domain name becomes a file name in the preferences folder, so it must not leave the folder or hide itself.
 void checkDomainName(std::string_view name)
 {
@@ -139,7 +142,7 @@ std::optional<Value> UserDefaults::loadDomain(const std::string& name)
     int error = 0;
     const auto version = identityOf(pathOf(name), error);
     if (!version) {
-        if (error != ENOENT)
+        if (!isMissing(error))
             reportUnreadable(cached, pathOf(name), std::nullopt, std::strerror(error));
         cached.version.reset();
         cached.domain.reset();
@@ -158,7 +161,7 @@ std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDo
         contents = readWholeFile(path);
     } catch (const std::system_error& error) {
         // Removed between the stat and the open: simply no domain.
-        if (error.code().value() != ENOENT)
+        if (!isMissing(error.code().value()))
             reportUnreadable(cached, path, std::nullopt, error.code().message());
         cached.version.reset();
         cached.domain.reset();
