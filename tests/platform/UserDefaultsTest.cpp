@@ -37,14 +37,19 @@ std::vector<std::string> namesIn(const std::filesystem::path& folder)
     return names;
 }
 
+// A store of the service's standard defaults over a fresh preferences folder.
+class UserDefaultsStore : public ::testing::Test {
+protected:
+    TempDir folder;
+    UserDefaults store { serviceDomain, folder.path() };
+};
+
 }
 
 // ---------------------------------------------------------------- Standard defaults
 
-TEST(UserDefaults, StandardDefaultsAreTheApplicationDomainFileThatOtherProcessesReadAsADomain)
+TEST_F(UserDefaultsStore, StandardDefaultsAreTheApplicationDomainFileThatOtherProcessesReadAsADomain)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setObject(Value::array({ Value("record") }), "FileWatchedDataKey");
     EXPECT_TRUE(store.synchronize());
 
@@ -55,17 +60,13 @@ TEST(UserDefaults, StandardDefaultsAreTheApplicationDomainFileThatOtherProcesses
         Value::dictionary({ { "FileWatchedDataKey", Value::array({ Value("record") }) } }));
 }
 
-TEST(UserDefaults, AKeyOfAMissingDomainIsAbsent)
+TEST_F(UserDefaultsStore, AKeyOfAMissingDomainIsAbsent)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     EXPECT_EQ(store.objectForKey("FileWatchedDataKey"), std::nullopt);
 }
 
-TEST(UserDefaults, SettingAnAbsentValueRemovesTheKeyAndKeepsTheOthers)
+TEST_F(UserDefaultsStore, SettingAnAbsentValueRemovesTheKeyAndKeepsTheOthers)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setObject(Value("1"), "first");
     store.setObject(Value("2"), "second");
     store.setObject(std::nullopt, "first");
@@ -73,10 +74,8 @@ TEST(UserDefaults, SettingAnAbsentValueRemovesTheKeyAndKeepsTheOthers)
     EXPECT_EQ(store.persistentDomainForName(serviceDomain), Value::dictionary({ { "second", Value("2") } }));
 }
 
-TEST(UserDefaults, SettingAKeyReplacesItsValueInPlace)
+TEST_F(UserDefaultsStore, SettingAKeyReplacesItsValueInPlace)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setObject(Value("1"), "first");
     store.setObject(Value("2"), "second");
     store.setObject(Value("3"), "first");
@@ -88,17 +87,13 @@ TEST(UserDefaults, SettingAKeyReplacesItsValueInPlace)
 
 // ---------------------------------------------------------------- Persistent domains
 
-TEST(UserDefaults, AMissingPersistentDomainIsAbsent)
+TEST_F(UserDefaultsStore, AMissingPersistentDomainIsAbsent)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     EXPECT_EQ(store.persistentDomainForName("Ulmaridon.Korbanhold"), std::nullopt);
 }
 
-TEST(UserDefaults, SettingAPersistentDomainReplacesEveryKeyOfIt)
+TEST_F(UserDefaultsStore, SettingAPersistentDomainReplacesEveryKeyOfIt)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setPersistentDomain(Value::dictionary({ { "FileWatcherStatusKey", Value("0") }, { "other", Value("x") } }),
         fileWatcherDomain);
     store.setPersistentDomain(Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }), fileWatcherDomain);
@@ -106,10 +101,8 @@ TEST(UserDefaults, SettingAPersistentDomainReplacesEveryKeyOfIt)
         Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }));
 }
 
-TEST(UserDefaults, RemovingADomainDeletesItsFileAndRemovingAMissingOneIsHarmless)
+TEST_F(UserDefaultsStore, RemovingADomainDeletesItsFileAndRemovingAMissingOneIsHarmless)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setPersistentDomain(Value::dictionary({ { "k", Value("v") } }), "Ulmaridon.Korbanhold");
     ASSERT_TRUE(store.persistentDomainForName("Ulmaridon.Korbanhold"));
     store.removePersistentDomainForName("Ulmaridon.Korbanhold");
@@ -119,10 +112,8 @@ TEST(UserDefaults, RemovingADomainDeletesItsFileAndRemovingAMissingOneIsHarmless
     EXPECT_TRUE(store.synchronize());
 }
 
-TEST(UserDefaults, DomainNamesAreTheDomainFilesOfTheFolderInByteOrder)
+TEST_F(UserDefaultsStore, DomainNamesAreTheDomainFilesOfTheFolderInByteOrder)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     EXPECT_TRUE(store.persistentDomainNames().empty());
     for (const char* name : { "b", "Zeta", "a.b" })
         store.setPersistentDomain(Value::dictionary(), name);
@@ -132,10 +123,8 @@ TEST(UserDefaults, DomainNamesAreTheDomainFilesOfTheFolderInByteOrder)
     EXPECT_EQ(store.persistentDomainNames(), (std::vector<std::string> { "Zeta", "a.b", "b" }));
 }
 
-TEST(UserDefaults, ANameThatIsNotAPlainFileNameRaises)
+TEST_F(UserDefaultsStore, ANameThatIsNotAPlainFileNameRaises)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     for (const char* name : { "", ".hidden", "..", "a/b", "../escape" }) {
         EXPECT_THROW(store.persistentDomainForName(name), Exception) << name;
         EXPECT_THROW(store.setPersistentDomain(Value::dictionary(), name), Exception) << name;
@@ -145,19 +134,15 @@ TEST(UserDefaults, ANameThatIsNotAPlainFileNameRaises)
     EXPECT_TRUE(namesIn(folder.path()).empty());
 }
 
-TEST(UserDefaults, ADomainThatIsNotADictionaryRaisesAndWritesNothing)
+TEST_F(UserDefaultsStore, ADomainThatIsNotADictionaryRaisesAndWritesNothing)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     EXPECT_THROW(store.setPersistentDomain(Value::array(), "x"), Exception);
     EXPECT_THROW(store.setPersistentDomain(Value("text"), "x"), Exception);
     EXPECT_FALSE(std::filesystem::exists(folder / "x.json"));
 }
 
-TEST(UserDefaults, AValueThatJsonCannotCarryRaisesAndLeavesTheOldDomain)
+TEST_F(UserDefaultsStore, AValueThatJsonCannotCarryRaisesAndLeavesTheOldDomain)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setPersistentDomain(Value::dictionary({ { "k", Value("old") } }), "x");
     EXPECT_THROW(store.setPersistentDomain(Value::dictionary({ { "k", Value::real(NAN) } }), "x"), Exception);
     EXPECT_THROW(store.setObject(Value(std::string("\xFF")), "k"), Exception);
@@ -165,10 +150,8 @@ TEST(UserDefaults, AValueThatJsonCannotCarryRaisesAndLeavesTheOldDomain)
     EXPECT_TRUE(store.synchronize());
 }
 
-TEST(UserDefaults, DatesAndDataSurviveTheFile)
+TEST_F(UserDefaultsStore, DatesAndDataSurviveTheFile)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     const Value domain = Value::dictionary({ { "when", Value::date(1700000000.5) }, { "bytes", Value::data({ 0, 255 }) } });
     store.setPersistentDomain(domain, "x");
     UserDefaults reader(serviceDomain, folder.path());
@@ -179,10 +162,8 @@ TEST(UserDefaults, DatesAndDataSurviveTheFile)
     EXPECT_TRUE(read->find("bytes")->isData());
 }
 
-TEST(UserDefaults, ChangingAHandedOutDomainDoesNotChangeTheStore)
+TEST_F(UserDefaultsStore, ChangingAHandedOutDomainDoesNotChangeTheStore)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     store.setPersistentDomain(Value::dictionary({ { "k", Value("v") } }), "x");
     auto domain = store.persistentDomainForName("x");
     domain->setObject(Value("changed"), "k");
@@ -191,7 +172,7 @@ TEST(UserDefaults, ChangingAHandedOutDomainDoesNotChangeTheStore)
 
 // ---------------------------------------------------------------- Files
 
-TEST(UserDefaults, TheFolderAndItsMissingParentsAreCreatedPrivateOnFirstWrite)
+TEST(UserDefaultsFiles, TheFolderAndItsMissingParentsAreCreatedPrivateOnFirstWrite)
 {
     TempDir base;
     const auto folder = base / "config" / "korbanhold" / "Preferences";
@@ -209,17 +190,15 @@ TEST(UserDefaults, TheFolderAndItsMissingParentsAreCreatedPrivateOnFirstWrite)
     EXPECT_EQ(permissionsOf(folder / "x.json"), 0600u);
 }
 
-TEST(UserDefaults, WritesLeaveNoTemporaryFilesBehind)
+TEST_F(UserDefaultsStore, WritesLeaveNoTemporaryFilesBehind)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     for (int i = 0; i < 20; ++i)
         store.setObject(Value::integer(i), "counter");
     store.setPersistentDomain(Value::dictionary(), "other");
     EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string> { "Ulmaridon.SyncFilesXpcService.json", "other.json" }));
 }
 
-TEST(UserDefaults, AWriteThatFailsIsLoggedLeavesNoDomainAndIsReportedBySynchronize)
+TEST(UserDefaultsFiles, AWriteThatFailsIsLoggedLeavesNoDomainAndIsReportedBySynchronize)
 {
     TempDir base;
     testsupport::writeFile(base / "file", "a file where the folder should be");
@@ -232,7 +211,7 @@ TEST(UserDefaults, AWriteThatFailsIsLoggedLeavesNoDomainAndIsReportedBySynchroni
     EXPECT_TRUE(store.synchronize()); // the failure is reported once
 }
 
-TEST(UserDefaults, TheFolderIsTheOverrideThenXdgConfigHomeThenTheHomeFolder)
+TEST(UserDefaultsFiles, TheFolderIsTheOverrideThenXdgConfigHomeThenTheHomeFolder)
 {
     using platform::preferencesFolderFor;
     EXPECT_EQ(preferencesFolderFor("/prefs", "/xdg", "/home/me"), "/prefs");
@@ -247,7 +226,7 @@ TEST(UserDefaults, TheFolderIsTheOverrideThenXdgConfigHomeThenTheHomeFolder)
 
 // ---------------------------------------------------------------- Cache
 
-TEST(UserDefaults, AnUnchangedDomainIsNotParsedAgain)
+TEST(UserDefaultsCache, AnUnchangedDomainIsNotParsedAgain)
 {
     TempDir folder;
     UserDefaults writer(serviceDomain, folder.path());
@@ -262,7 +241,7 @@ TEST(UserDefaults, AnUnchangedDomainIsNotParsedAgain)
     EXPECT_EQ(reader.parseCount(), 1u);
 }
 
-TEST(UserDefaults, AChangedDomainIsReadAgainOnTheNextRead)
+TEST(UserDefaultsCache, AChangedDomainIsReadAgainOnTheNextRead)
 {
     TempDir folder;
     UserDefaults writer(serviceDomain, folder.path());
@@ -276,7 +255,7 @@ TEST(UserDefaults, AChangedDomainIsReadAgainOnTheNextRead)
     }
 }
 
-TEST(UserDefaults, ADomainRemovedByAnotherWriterReadsAsAbsent)
+TEST(UserDefaultsCache, ADomainRemovedByAnotherWriterReadsAsAbsent)
 {
     TempDir folder;
     UserDefaults writer(serviceDomain, folder.path());
@@ -287,13 +266,11 @@ TEST(UserDefaults, ADomainRemovedByAnotherWriterReadsAsAbsent)
     EXPECT_EQ(reader.persistentDomainForName("x"), std::nullopt);
 }
 
-TEST(UserDefaults, SeveralThreadsSettingKeysOfTheStandardDefaultsLoseNoChange)
+TEST_F(UserDefaultsStore, SeveralThreadsSettingKeysOfTheStandardDefaultsLoseNoChange)
 {
-    TempDir folder;
-    UserDefaults store(serviceDomain, folder.path());
     std::vector<std::thread> threads;
     for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&store, thread] {
+        threads.emplace_back([this, thread] {
             const std::string key = "key" + std::to_string(thread);
             for (int i = 0; i < 25; ++i) {
                 store.setObject(Value::integer(i), key);
@@ -309,4 +286,19 @@ TEST(UserDefaults, SeveralThreadsSettingKeysOfTheStandardDefaultsLoseNoChange)
     EXPECT_EQ(domain->count(), 4u);
     for (int thread = 0; thread < 4; ++thread)
         EXPECT_EQ(*domain->find("key" + std::to_string(thread)), Value::integer(24));
+}
+
+TEST(UserDefaultsFiles, TheStandardDefaultsOfTheProgramUseItsApplicationDomainAndTheFolderOfTheEnvironment)
+{
+    // The store of the process is made once, on first use; no other test of this executable uses it.
+    TempDir folder;
+    ::setenv("KORBANHOLD_PREFERENCES_DIR", folder.string().c_str(), 1);
+    UserDefaults::setApplicationDomain(serviceDomain);
+    UserDefaults& standard = UserDefaults::standardUserDefaults();
+    ::unsetenv("KORBANHOLD_PREFERENCES_DIR");
+    EXPECT_EQ(&standard, &UserDefaults::standardUserDefaults());
+    EXPECT_EQ(standard.applicationDomain(), serviceDomain);
+    EXPECT_EQ(standard.folder(), folder.path());
+    standard.setObject(Value("1"), "k");
+    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "Ulmaridon.SyncFilesXpcService.json"));
 }
