@@ -15,7 +15,10 @@ namespace {
 // Reals may come back one unit in the last place away (the JSON parser of Boost 1.81 does not round every decimal
 // text correctly), and a real with a whole value comes back as an integer, as the framework's serialiser writes it
 // without a fraction. Everything else must be exactly the same, kinds and key order included.
-bool closeEnough(double a, double b) { return a == b || std::fabs(a - b) <= 4e-16 * std::fmax(std::fabs(a), std::fabs(b)); }
+bool closeEnough(double a, double b)
+{
+    return a == b || std::fabs(a - b) <= 4e-16 * std::fmax(std::fabs(a), std::fabs(b));
+}
 
 bool same(const Value& a, const Value& b)
 {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace platform {
 
@@ -22,6 +23,8 @@ std::string applicationDomainOfThisProgram()
     return configuredApplicationDomain.empty() ? std::string(program_invocation_short_name)
                                                : configuredApplicationDomain;
 }
+
+std::string fileNameOf(const std::string& domain) { return domain + std::string(domainFileSuffix); }
 
 // No file, or no folder (a file stands where the folder should be): simply no domain, nothing to report.
 bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
@@ -75,7 +78,7 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
         domain.removeObjectForKey(forKey);
     else
         return;
-    storeDomain(m_applicationDomain, domain);
+    storeDomain(m_applicationDomain, writePreferenceJson(domain));
 }
 
 bool UserDefaults::synchronize()
@@ -97,9 +100,12 @@ void UserDefaults::setPersistentDomain(const Value& domain, std::string_view for
 {
     checkDomainName(forName);
     if (!domain.isDictionary())
-        Exception::raiseInvalidArgument("A preference domain must be a dictionary, not " + std::string(domain.className()));
+        Exception::raiseInvalidArgument("A preference domain must be a dictionary, not "
+            + std::string(domain.className()));
+    // Encoded before taking the lock: a large domain does not hold up other threads' reads while it is encoded.
+    const std::string text = writePreferenceJson(domain);
     std::lock_guard lock(m_mutex);
-    storeDomain(std::string(forName), domain);
+    storeDomain(std::string(forName), text);
 }
 
 void UserDefaults::removePersistentDomainForName(std::string_view name)
@@ -109,7 +115,7 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
     const std::string key(name);
     m_cache.erase(key);
     try {
-        removeFileDurably(m_folder, key + std::string(domainFileSuffix));
+        removeFileDurably(m_folder, fileNameOf(key));
     } catch (const std::system_error& error) {
         log("Could not remove preference domain %@: %@", key, error.what());
         m_writesFailed = true;
@@ -129,10 +135,7 @@ std::uint64_t UserDefaults::parseCount() const
 
 // ---------------------------------------------------------------- Files and cache (m_mutex held)
 
-std::filesystem::path UserDefaults::pathOf(const std::string& name) const
-{
-    return m_folder / (name + std::string(domainFileSuffix));
-}
+std::filesystem::path UserDefaults::pathOf(const std::string& name) const { return m_folder / fileNameOf(name); }
 
 std::optional<Value> UserDefaults::loadDomain(const std::string& name)
 {
@@ -184,15 +187,13 @@ std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDo
     return cached.domain;
 }
 
-void UserDefaults::storeDomain(const std::string& name, const Value& domain)
+void UserDefaults::storeDomain(const std::string& name, const std::string& text)
 {
-    // Encoding first: a domain that cannot be written raises before anything on disk changes.
-    const std::string text = writePreferenceJson(domain);
     // Our own write is read back from the file on the next read: until the file-system clock has moved on, another
     // process may replace it by a version with the same identity.
     m_cache.erase(name);
     try {
-        replaceFileAtomically(m_folder, name + std::string(domainFileSuffix), text);
+        replaceFileAtomically(m_folder, fileNameOf(name), text);
     } catch (const std::system_error& error) {
         log("Could not write preference domain %@: %@", name, error.what());
         m_writesFailed = true;

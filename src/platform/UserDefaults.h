@@ -90,7 +90,9 @@ private:
 
     std::optional<Value> loadDomain(const std::string& name);
     std::optional<Value> parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock);
-    void storeDomain(const std::string& name, const Value& domain);
+    // Writes the domain file from its encoded text. Encoding comes first (writePreferenceJson), so that a domain
+    // that cannot be written raises before anything on disk changes.
+    void storeDomain(const std::string& name, const std::string& text);
     std::filesystem::path pathOf(const std::string& name) const;
     static void reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,
         const std::optional<FileIdentity>& version, const std::string& reason);

@@ -25,8 +25,9 @@ Value versionRecord(std::int64_t writer, std::int64_t sequence)
 {
     Value payload = Value::array();
     const std::int64_t length = 1 + (writer * 37 + sequence * 11) % 64;
+    const std::string prefix = "w" + std::to_string(writer) + "-s" + std::to_string(sequence) + "-i";
     for (std::int64_t i = 0; i < length; ++i)
-        payload.append(Value("w" + std::to_string(writer) + "-s" + std::to_string(sequence) + "-i" + std::to_string(i)));
+        payload.append(Value(prefix + std::to_string(i)));
     return Value::dictionary({ { "writer", Value::integer(writer) }, { "sequence", Value::integer(sequence) },
         { "payload", payload } });
 }

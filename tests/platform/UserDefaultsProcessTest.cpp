@@ -101,9 +101,9 @@ TEST(UserDefaultsAcrossProcesses, AReaderSeesAnotherProcesssWriteOnItsNextReadAn
     EXPECT_EQ(reader.persistentDomainForName(domainName), std::nullopt);
 
     for (int writer = 0; writer < 3; ++writer) {
-        ASSERT_EQ(testsupport::runProcess(stressProgram(), { "write", domainName, std::to_string(writer), "1" }, options)
-                      .exitCode,
-            0);
+        const auto written
+            = testsupport::runProcess(stressProgram(), { "write", domainName, std::to_string(writer), "1" }, options);
+        ASSERT_EQ(written.exitCode, 0) << written.standardError;
         testsupport::waitUntilSettled(file);
         const auto parsesBefore = reader.parseCount();
         const auto read = reader.persistentDomainForName(domainName);

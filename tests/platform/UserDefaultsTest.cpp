@@ -152,7 +152,8 @@ TEST_F(UserDefaultsStore, AValueThatJsonCannotCarryRaisesAndLeavesTheOldDomain)
 
 TEST_F(UserDefaultsStore, DatesAndDataSurviveTheFile)
 {
-    const Value domain = Value::dictionary({ { "when", Value::date(1700000000.5) }, { "bytes", Value::data({ 0, 255 }) } });
+    const Value domain
+        = Value::dictionary({ { "when", Value::date(1700000000.5) }, { "bytes", Value::data({ 0, 255 }) } });
     store.setPersistentDomain(domain, "x");
     UserDefaults reader(serviceDomain, folder.path());
     const auto read = reader.persistentDomainForName("x");
@@ -195,7 +196,8 @@ TEST_F(UserDefaultsStore, WritesLeaveNoTemporaryFilesBehind)
     for (int i = 0; i < 20; ++i)
         store.setObject(Value::integer(i), "counter");
     store.setPersistentDomain(Value::dictionary(), "other");
-    EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string> { "Ulmaridon.SyncFilesXpcService.json", "other.json" }));
+    EXPECT_EQ(namesIn(folder.path()),
+        (std::vector<std::string> { "Ulmaridon.SyncFilesXpcService.json", "other.json" }));
 }
 
 TEST(UserDefaultsFiles, AWriteThatFailsIsLoggedLeavesNoDomainAndIsReportedBySynchronize)

@@ -17,7 +17,10 @@ using testsupport::TempDir;
 
 namespace {
 
-std::size_t lineCount(const std::string& text) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')); }
+std::size_t lineCount(const std::string& text)
+{
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+}
 
 class DefaultsCommand : public ::testing::Test {
 protected:
@@ -95,14 +98,17 @@ TEST_F(DefaultsCommand, AJsonValueKeepsItsKind)
 TEST_F(DefaultsCommand, WritingAWholeDomainReplacesEveryKey)
 {
     ASSERT_EQ(defaults({ "write", "Ulmaridon.FileWatcherXpcService", "other", "x" }).exitCode, 0);
-    const auto written = defaults({ "write", "Ulmaridon.FileWatcherXpcService", "--json", R"({"FileWatcherStatusKey":"1"})" });
+    const auto written
+        = defaults({ "write", "Ulmaridon.FileWatcherXpcService", "--json", R"({"FileWatcherStatusKey":"1"})" });
     EXPECT_EQ(written.exitCode, 0) << written.standardError;
     EXPECT_EQ(domain("Ulmaridon.FileWatcherXpcService"), Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }));
 }
 
 TEST_F(DefaultsCommand, DatesAndDataTravelInTheTaggedForm)
 {
-    ASSERT_EQ(defaults({ "write", "d", "--json", R"({"when":{"$date":1700000000.5},"bytes":{"$data":"AP8="}})" }).exitCode, 0);
+    const auto written
+        = defaults({ "write", "d", "--json", R"({"when":{"$date":1700000000.5},"bytes":{"$data":"AP8="}})" });
+    ASSERT_EQ(written.exitCode, 0) << written.standardError;
     const auto stored = domain("d");
     ASSERT_TRUE(stored);
     EXPECT_EQ(*stored->find("when"), Value::date(1700000000.5));
@@ -115,7 +121,8 @@ TEST_F(DefaultsCommand, DomainsListsEveryDomainInByteOrder)
     const auto none = defaults({ "domains" });
     EXPECT_EQ(none.exitCode, 0);
     EXPECT_EQ(none.standardOutput, "");
-    for (const char* name : { "Ulmaridon.Korbanhold", "Ulmaridon.FileWatcherXpcService", "Ulmaridon.SyncFilesXpcService" })
+    for (const char* name :
+        { "Ulmaridon.Korbanhold", "Ulmaridon.FileWatcherXpcService", "Ulmaridon.SyncFilesXpcService" })
         ASSERT_EQ(defaults({ "write", name, "k", "v" }).exitCode, 0);
     const auto listed = defaults({ "domains" });
     EXPECT_EQ(listed.exitCode, 0);
@@ -153,7 +160,8 @@ TEST_F(DefaultsCommand, ExportPrintsWhatImportReadsFromAFileOrStandardInput)
 TEST_F(DefaultsCommand, TheServicesOwnDefaultsReadAsItsApplicationDomain)
 {
     UserDefaults service("Ulmaridon.SyncFilesXpcService", folder.path());
-    service.setObject(Value::array({ Value::dictionary({ { "BaseSystemFileIDKey", Value("12") } }) }), "FileWatchedDataKey");
+    const Value table = Value::array({ Value::dictionary({ { "BaseSystemFileIDKey", Value("12") } }) });
+    service.setObject(table, "FileWatchedDataKey");
     const auto read = defaults({ "read", "Ulmaridon.SyncFilesXpcService", "FileWatchedDataKey" });
     EXPECT_EQ(read.exitCode, 0);
     EXPECT_EQ(read.standardOutput, "[\n  {\n    \"BaseSystemFileIDKey\" : \"12\"\n  }\n]\n");
