@@ -3,6 +3,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -15,7 +16,8 @@ namespace {
 
 struct LogState {
     std::mutex mutex;
-    std::string programName = "korbanhold";
+    // The name the program was started with, until setProgramName says otherwise.
+    std::string programName = program_invocation_short_name;
     LogSink sink;
 };
 

@@ -45,7 +45,9 @@ std::uint32_t decodeUtf8(std::string_view text, std::size_t& position)
 {
     const auto lead = static_cast<unsigned char>(text[position]);
     const int length = sequenceLength(lead);
-    if (length <= 1) {
+    // A stray or cut-off sequence (possible only when the precondition is broken) reads as its lead byte rather
+    // than reading past the end.
+    if (length <= 1 || position + static_cast<std::size_t>(length) > text.size()) {
         ++position;
         return lead;
     }
