@@ -1,5 +1,6 @@
 #include "platform/Value.h"
 
+#include "platform/DateFormat.h"
 #include "platform/Utf8.h"
 
 #include <algorithm>
@@ -510,23 +511,16 @@ static void appendText(std::string& out, std::string_view text, bool nested)
         out += text;
 }
 
-// A date prints in UTC, "2001-01-01 00:00:00 +0000". Seconds beyond what the calendar functions can take (about
-// two billion years either way), or not a number at all, print as the plain count so that no conversion overflows.
+// A date prints in UTC, "2001-01-01 00:00:00 +0000"; one beyond the calendar, or not a number, prints as the plain
+// count of seconds.
 static void appendDate(std::string& out, double seconds)
 {
-    constexpr double calendarLimit = 6.0e16;
-    std::tm parts {};
-    if (std::isfinite(seconds) && std::fabs(seconds) < calendarLimit) {
-        const auto whole = static_cast<std::time_t>(std::floor(seconds));
-        if (gmtime_r(&whole, &parts)) {
-            char buffer[64];
-            if (std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &parts) > 0) {
-                out += buffer;
-                return;
-            }
-        }
-    }
-    out += Number::fromDouble(seconds).stringValue() + " seconds since 1970";
+    char buffer[64];
+    const auto parts = calendarTime(seconds, TimeZone::Utc);
+    if (parts && std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &*parts) > 0)
+        out += buffer;
+    else
+        out += Number::fromDouble(seconds).stringValue() + " seconds since 1970";
 }
 
 static void appendIndent(std::string& out, int indent) { out.append(static_cast<std::size_t>(indent) * 4, ' '); }
