@@ -453,16 +453,15 @@ bool Value::operator==(const Value& other) const
 
 // ---------------------------------------------------------------- Description
 
-// A string needs quotes in a collection's description unless it is non-empty and made only of letters, digits and
-// the few punctuation marks the old-style format leaves bare.
+// A string needs quotes in a collection's description unless it is non-empty and made only of ASCII letters and
+// digits: "1.0", "user_id" and paths print quoted, as the framework prints them.
 static bool needsQuotes(std::string_view text)
 {
     if (text.empty())
         return true;
     return !std::all_of(text.begin(), text.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9')
-            || c == '_' || c == '$' || c == '.' || c == '/' || c == ':';
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
     });
 }
 
@@ -525,6 +524,15 @@ static void appendDate(std::string& out, double seconds)
 
 static void appendIndent(std::string& out, int indent) { out.append(static_cast<std::size_t>(indent) * 4, ' '); }
 
+// A collection inside a collection starts with the indentation of its own level, after whatever its parent already
+// wrote, so the framework's text reads "key =     (" and an array's dictionaries open further right than they
+// close. Log lines keep that look.
+static void appendNestedIndent(std::string& out, int indent, bool nested)
+{
+    if (nested)
+        appendIndent(out, indent);
+}
+
 void Value::describe(std::string& out, int indent, bool nested) const
 {
     switch (kind()) {
@@ -554,6 +562,7 @@ void Value::describe(std::string& out, int indent, bool nested) const
         return;
     }
     case Kind::Array: {
+        appendNestedIndent(out, indent, nested);
         out += "(\n";
         const auto& array = elements();
         for (std::size_t i = 0; i < array.size(); ++i) {
@@ -573,6 +582,7 @@ void Value::describe(std::string& out, int indent, bool nested) const
         for (const auto& entry : entries())
             sorted.push_back(&entry);
         std::sort(sorted.begin(), sorted.end(), [](const Entry* a, const Entry* b) { return a->first < b->first; });
+        appendNestedIndent(out, indent, nested);
         out += "{\n";
         for (const auto* entry : sorted) {
             appendIndent(out, indent + 1);
