@@ -37,48 +37,39 @@ std::string padded(long value, std::size_t width) { return fmt::format("{:0{}}",
     Exception::raiseInvalidArgument(fmt::format("Unsupported date pattern field \"{}\"", std::string(count, letter)));
 }
 
+// The value of a numeric field that takes one or two digits: month, day, hour (24- and 12-hour), minute, second.
+std::optional<long> numericField(char letter, const std::tm& parts)
+{
+    switch (letter) {
+    case 'M':
+        return parts.tm_mon + 1;
+    case 'd':
+        return parts.tm_mday;
+    case 'H':
+        return parts.tm_hour;
+    case 'h':
+        return parts.tm_hour % 12 == 0 ? 12 : parts.tm_hour % 12;
+    case 'm':
+        return parts.tm_min;
+    case 's':
+        return parts.tm_sec;
+    }
+    return std::nullopt;
+}
+
 // One run of a pattern letter, e.g. "yyyy" or "hh", as text for `parts`.
 std::string field(char letter, std::size_t count, const std::tm& parts, double fraction)
 {
-    const bool numeric = count <= 2;
-    switch (letter) {
-    case 'y': {
+    if (letter == 'y') {
         const long year = parts.tm_year + 1900L;
         return count == 2 ? padded(year % 100, 2) : padded(year, count);
     }
-    case 'M':
-        if (numeric)
-            return padded(parts.tm_mon + 1, count);
-        break;
-    case 'd':
-        if (numeric)
-            return padded(parts.tm_mday, count);
-        break;
-    case 'H':
-        if (numeric)
-            return padded(parts.tm_hour, count);
-        break;
-    case 'h':
-        if (numeric)
-            return padded(parts.tm_hour % 12 == 0 ? 12 : parts.tm_hour % 12, count);
-        break;
-    case 'm':
-        if (numeric)
-            return padded(parts.tm_min, count);
-        break;
-    case 's':
-        if (numeric)
-            return padded(parts.tm_sec, count);
-        break;
-    case 'S':
-        if (count <= 9)
-            return padded(static_cast<long>(std::floor(fraction * std::pow(10.0, static_cast<double>(count)))), count);
-        break;
-    case 'a':
-        if (count == 1)
-            return parts.tm_hour < 12 ? "AM" : "PM";
-        break;
-    }
+    if (const auto value = numericField(letter, parts); value && count <= 2)
+        return padded(*value, count);
+    if (letter == 'S' && count <= 9)
+        return padded(static_cast<long>(std::floor(fraction * std::pow(10.0, static_cast<double>(count)))), count);
+    if (letter == 'a' && count == 1)
+        return parts.tm_hour < 12 ? "AM" : "PM";
     refuseField(letter, count);
 }
 
