@@ -270,10 +270,11 @@ Array& Value::mutableElements()
     return array->mutate();
 }
 
-static void raiseIndexBeyondBounds(std::size_t index, std::size_t count)
+[[noreturn]] static void raiseIndexBeyondBounds(std::size_t index, std::size_t count,
+    const char* selector = "objectAtIndex:")
 {
-    Exception::raiseRange("*** -[__NSArrayM objectAtIndex:]: index " + std::to_string(index) + " beyond bounds"
-        + (count == 0 ? std::string(" for empty array") : " [0 .. " + std::to_string(count - 1) + "]"));
+    Exception::raiseRange(std::string("*** -[__NSArrayM ") + selector + "]: index " + std::to_string(index)
+        + " beyond bounds" + (count == 0 ? std::string(" for empty array") : " [0 .. " + std::to_string(count - 1) + "]"));
 }
 
 const Value& Value::at(std::size_t index) const
@@ -304,11 +305,9 @@ void Value::insert(const std::optional<Value>& element, std::size_t index)
 {
     if (!element)
         Exception::raiseInvalidArgument("*** -[__NSArrayM insertObject:atIndex:]: object cannot be nil");
+    if (index > elements().size())
+        raiseIndexBeyondBounds(index, elements().size(), "insertObject:atIndex:");
     auto& array = mutableElements();
-    if (index > array.size()) {
-        Exception::raiseRange("*** -[__NSArrayM insertObject:atIndex:]: index " + std::to_string(index)
-            + " beyond bounds" + (array.empty() ? std::string(" for empty array") : " [0 .. " + std::to_string(array.size() - 1) + "]"));
-    }
     array.insert(array.begin() + static_cast<std::ptrdiff_t>(index), *element);
 }
 
