@@ -5,6 +5,8 @@
 #include "messages/WireCodec.h"
 #include "platform/Json.h"
 
+#include <string>
+
 namespace messages {
 
 // The batch decoder walks a copy of the reply made by writing it as pretty-printed JSON text and reading that text

@@ -5,6 +5,7 @@
 
 namespace messages {
 
+// An absent record gives a dictionary with no keys.
 template<typename Query>
 static platform::Value encodeQuery(const std::optional<Query>& query)
 {

@@ -263,7 +263,8 @@ TEST(RequestEncoding, KorbanholdPathKeyComesFromLowerCasePropertyMostlyAndFromCa
 {
     RegisterComputerQuery registration;
     registration.korbanholdPath = "/home/a/Korbanhold";
-    EXPECT_EQ(*QueryParser::parseRegisterComputerQuery(registration).find("KorbanholdPath"), Value("/home/a/Korbanhold"));
+    EXPECT_EQ(*QueryParser::parseRegisterComputerQuery(registration).find("KorbanholdPath"),
+        Value("/home/a/Korbanhold"));
 
     UpdateSendFileToTransferQuery send;
     send.KorbanholdPath = "/home/b/Korbanhold";

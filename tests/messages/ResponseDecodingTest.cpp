@@ -48,10 +48,12 @@ TEST(ResponseDecoding, EveryReplyRecordIsFilledFromExactlyItsKeysAndLeftAbsentWi
         { "ReturnStatus", &SendActivationMailResponseData::returnStatus },
         { "ReturnMsg", &SendActivationMailResponseData::returnMsg },
     }, ErrorFromReply);
-    expectFields("OneTimeSyncOwnersSharedFoldersResponseData", DataParser::parseOneTimeSyncOwnersSharedFoldersResponseData, {
+    expectFields("OneTimeSyncOwnersSharedFoldersResponseData",
+        DataParser::parseOneTimeSyncOwnersSharedFoldersResponseData, {
         { "ReturnStatus", &OneTimeSyncOwnersSharedFoldersResponseData::returnStatus },
     }, ErrorFromReply);
-    expectFields("TransferFilesFromCloudToBaseSystemResponseData", DataParser::parseTransferFilesFromCloudToBaseSystemResponseData, {
+    expectFields("TransferFilesFromCloudToBaseSystemResponseData",
+        DataParser::parseTransferFilesFromCloudToBaseSystemResponseData, {
         { "ReturnStatus", &TransferFilesFromCloudToBaseSystemResponseData::returnStatus },
     }, ErrorFromReply);
     expectFields("GetTopFileUploadResponseData", DataParser::parseGetTopFileUploadResponseData, {
@@ -65,7 +67,8 @@ TEST(ResponseDecoding, EveryReplyRecordIsFilledFromExactlyItsKeysAndLeftAbsentWi
         { "TransitUploadPath", &GetTopFileUploadResponseData::transitUploadPath },
         { "UploadProcessed", &GetTopFileUploadResponseData::uploadProcessed },
     }, ErrorFromReply);
-    expectFields("CheckUserMailActivationStatusResponseData", DataParser::parseCheckUserMailActivationStatusResponseData, {
+    expectFields("CheckUserMailActivationStatusResponseData",
+        DataParser::parseCheckUserMailActivationStatusResponseData, {
         { "ReturnStatus", &CheckUserMailActivationStatusResponseData::returnStatus },
         { "ReturnVal", &CheckUserMailActivationStatusResponseData::returnValue },
     }, ErrorFromReply);
@@ -116,7 +119,8 @@ TEST(ResponseDecoding, EveryReplyRecordIsFilledFromExactlyItsKeysAndLeftAbsentWi
     expectFields("UpdateFileReceivedResponseData", DataParser::parseUpdateFileReceivedResponseData, {
         { "ReturnStatus", &UpdateFileReceivedResponseData::ReturnStatus },
     }, ErrorFromReply);
-    expectFields("DeleteReceivedFileFromTransferResponseData", DataParser::parseDeleteReceivedFileFromTransferResponseData, {
+    expectFields("DeleteReceivedFileFromTransferResponseData",
+        DataParser::parseDeleteReceivedFileFromTransferResponseData, {
         { "ReturnStatus", &DeleteReceivedFileFromTransferResponseData::ReturnStatus },
     }, ErrorFromReply);
     expectFields("InsertFileResponseData", DataParser::parseInsertFileResponseData, {
@@ -129,10 +133,12 @@ TEST(ResponseDecoding, EveryReplyRecordIsFilledFromExactlyItsKeysAndLeftAbsentWi
     expectFields("UpdateBSUploadStreamStartedResponseData", DataParser::parseUpdateBSUploadStreamStartedResponseData, {
         { "ReturnStatus", &UpdateBSUploadStreamStartedResponseData::returnStatus },
     }, ErrorFromReply);
-    expectFields("UpdateBSDownloadStreamStartedResponseData", DataParser::parseUpdateBSDownloadStreamStartedResponseData, {
+    expectFields("UpdateBSDownloadStreamStartedResponseData",
+        DataParser::parseUpdateBSDownloadStreamStartedResponseData, {
         { "ReturnStatus", &UpdateBSDownloadStreamStartedResponseData::returnStatus },
     }, ErrorFromReply);
-    expectFields("UpdateBSDownloadStreamFailedResponseData", DataParser::parseUpdateBSDownloadStreamFailedResponseData, {
+    expectFields("UpdateBSDownloadStreamFailedResponseData",
+        DataParser::parseUpdateBSDownloadStreamFailedResponseData, {
         { "ReturnStatus", &UpdateBSDownloadStreamFailedResponseData::returnStatus },
     }, ErrorFromReply);
     expectFields("CheckFileExistsInDownloadsResponseData", DataParser::parseCheckFileExistsInDownloadsResponseData, {
@@ -152,7 +158,8 @@ TEST(ResponseDecoding, EveryReplyRecordIsFilledFromExactlyItsKeysAndLeftAbsentWi
     expectFields("UpdateBSSendStreamFailedResponseData", DataParser::parseUpdateBSSendStreamFailedResponseData, {
         { "ReturnStatus", &UpdateBSSendStreamFailedResponseData::returnStatus },
     }, ErrorNeverRead);
-    expectFields("UpdateBSReceiveStreamStartedResponseData", DataParser::parseUpdateBSReceiveStreamStartedResponseData, {
+    expectFields("UpdateBSReceiveStreamStartedResponseData",
+        DataParser::parseUpdateBSReceiveStreamStartedResponseData, {
         { "ReturnStatus", &UpdateBSReceiveStreamStartedResponseData::returnStatus },
     }, ErrorNeverRead);
     expectFields("UpdateBSReceiveStreamFailedResponseData", DataParser::parseUpdateBSReceiveStreamFailedResponseData, {
@@ -194,7 +201,8 @@ TEST(ResponseDecoding, TopFileRequestReplyPutsFileIdInOwnerFileIdAndFromSharedIn
 
 TEST(ResponseDecoding, DecodersThatDoNotReadErrorLeaveItAbsentEvenWhenTheReplyCarriesOne)
 {
-    const Value reply = Value::dictionary({ { "ReturnStatus", "0" }, { "error", Value::dictionary({ { "a", "b" } }) } });
+    const Value reply =
+        Value::dictionary({ { "ReturnStatus", "0" }, { "error", Value::dictionary({ { "a", "b" } }) } });
     EXPECT_FALSE(DataParser::parseUpdateBSSendStreamstartedResponseData(reply).error.has_value());
     EXPECT_FALSE(DataParser::parseUpdateBSSendStreamFailedResponseData(reply).error.has_value());
     EXPECT_FALSE(DataParser::parseUpdateBSReceiveStreamStartedResponseData(reply).error.has_value());
@@ -244,8 +252,8 @@ TEST(ResponseDecoding, SendFileToTransferReplyRaisesWhenItHoldsAStatusOfAnyKindA
 {
     for (const Value& status : { Value("1"), Value::integer(0), Value::null(), Value::boolean(true) }) {
         SCOPED_TRACE(status.description());
-        EXPECT_THROW(DataParser::parseUpdateSendFileToTransferResponseData(Value::dictionary({ { "ReturnStatus", status } })),
-            platform::Exception);
+        const Value reply = Value::dictionary({ { "ReturnStatus", status } });
+        EXPECT_THROW(DataParser::parseUpdateSendFileToTransferResponseData(reply), platform::Exception);
     }
     EXPECT_FALSE(DataParser::parseUpdateSendFileToTransferResponseData(Value::dictionary()).has_value());
 }

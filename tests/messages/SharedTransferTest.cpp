@@ -11,16 +11,20 @@ using platform::Value;
 
 namespace {
 
-// The one element record that the decoder makes from a reply whose `member` array holds just `element`.
+using Reply = GetSharedFilesTransferDataResponseData;
+
+// Decodes one element as the decoder does inside a reply whose `member` array holds just that element, and gives
+// the one record it lands in `list`.
 template<typename Element>
-Element decodeOneElement(const char* member, std::vector<Element> GetSharedFilesTransferDataResponseData::*list,
-    const Value& element)
+auto decodingElementOf(const char* member, std::vector<Element> Reply::*list)
 {
-    const auto reply = DataParser::parseGetSharedFilesTransferDataResponseData(
-        Value::dictionary({ { member, Value::array({ element }) } }));
-    const auto& elements = reply.*list;
-    EXPECT_EQ(elements.size(), 1u);
-    return elements.empty() ? Element {} : elements.front();
+    return [=](const Value& element) {
+        const Reply reply = DataParser::parseGetSharedFilesTransferDataResponseData(
+            Value::dictionary({ { member, Value::array({ element }) } }));
+        const auto& elements = reply.*list;
+        EXPECT_EQ(elements.size(), 1u);
+        return elements.empty() ? Element {} : elements.front();
+    };
 }
 
 }
@@ -28,10 +32,7 @@ Element decodeOneElement(const char* member, std::vector<Element> GetSharedFiles
 TEST(SharedTransferRecords, EveryElementRecordIsFilledFromExactlyItsKeysAndNeverFromError)
 {
     expectDecodedKeys<FileToTransfer>("FileToTransfer",
-        [](const Value& element) {
-            return decodeOneElement("FileToTransfer", &GetSharedFilesTransferDataResponseData::fileToTransferArray,
-                element);
-        },
+        decodingElementOf("FileToTransfer", &Reply::fileToTransferArray),
         {
             { "KorbanholdPath", &FileToTransfer::korbanholdPath },
             { "ChangeType", &FileToTransfer::changeType },
@@ -52,10 +53,7 @@ TEST(SharedTransferRecords, EveryElementRecordIsFilledFromExactlyItsKeysAndNever
         },
         ErrorNeverRead);
     expectDecodedKeys<OwnerComputers>("OwnerComputers",
-        [](const Value& element) {
-            return decodeOneElement("OwnerComputers", &GetSharedFilesTransferDataResponseData::OwnerComputersArray,
-                element);
-        },
+        decodingElementOf("OwnerComputers", &Reply::OwnerComputersArray),
         {
             { "KorbanholdPath", &OwnerComputers::korbanholdPath },
             { "CloudPath", &OwnerComputers::cloudPath },
@@ -70,10 +68,7 @@ TEST(SharedTransferRecords, EveryElementRecordIsFilledFromExactlyItsKeysAndNever
         },
         ErrorNeverRead);
     expectDecodedKeys<RecFileFromTransfer>("RecFileFromTransfer",
-        [](const Value& element) {
-            return decodeOneElement("RecFileFromTransfer",
-                &GetSharedFilesTransferDataResponseData::RecFileFromTransferArray, element);
-        },
+        decodingElementOf("RecFileFromTransfer", &Reply::RecFileFromTransferArray),
         {
             { "ChangeType", &RecFileFromTransfer::changeType },
             { "FromCloud", &RecFileFromTransfer::fromCloud },
@@ -96,10 +91,7 @@ TEST(SharedTransferRecords, EveryElementRecordIsFilledFromExactlyItsKeysAndNever
         },
         ErrorNeverRead);
     expectDecodedKeys<SharedfoldersWithStatus>("SharedfoldersWithStatus",
-        [](const Value& element) {
-            return decodeOneElement("SharedfoldersWithStatus",
-                &GetSharedFilesTransferDataResponseData::SharedfoldersWithStatusArray, element);
-        },
+        decodingElementOf("SharedfoldersWithStatus", &Reply::SharedfoldersWithStatusArray),
         {
             { "FileID", &SharedfoldersWithStatus::fileId },
             { "SharedStatus", &SharedfoldersWithStatus::sharedStatus },
@@ -184,8 +176,9 @@ TEST(SharedTransferRecords, OwnerComputerAdminFlagGivenAsJsonTrueIsKeptAsTheBool
 
 TEST(SharedTransferRecords, TwoSharedFoldersWithTheSameFileIdGiveTwoRecordsInReplyOrder)
 {
-    const auto reply = DataParser::parseGetSharedFilesTransferDataResponseData(platform::readJson(
-        R"({"SharedfoldersWithStatus": [{"FileID": "5", "SharedStatus": "A"}, {"FileID": "5", "SharedStatus": "B"}]})"));
+    const auto reply = DataParser::parseGetSharedFilesTransferDataResponseData(platform::readJson(R"({
+        "SharedfoldersWithStatus": [{"FileID": "5", "SharedStatus": "A"}, {"FileID": "5", "SharedStatus": "B"}]
+    })"));
     ASSERT_EQ(reply.SharedfoldersWithStatusArray.size(), 2u);
     EXPECT_EQ(reply.SharedfoldersWithStatusArray[0].fileId, Value("5"));
     EXPECT_EQ(reply.SharedfoldersWithStatusArray[0].sharedStatus, Value("A"));

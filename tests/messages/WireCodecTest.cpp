@@ -44,7 +44,8 @@ TEST(WireCodec, BatchBodyAsSentIsTheSyncDataArrayAndReadsBackAsTheListOfChanges)
     changes[0].fullPath = "/a";
     changes[1].changeType = "Deleted";
     const Value sent = *QueryParser::parseSyncFilesInTableAndCloudQuery(changes).find(syncDataKey);
-    const auto received = decode<std::vector<SyncFilesInTableAndCloudQuery>>(platform::readJson(platform::writeJson(sent)));
+    const auto received =
+        decode<std::vector<SyncFilesInTableAndCloudQuery>>(platform::readJson(platform::writeJson(sent)));
     ASSERT_EQ(received.size(), 2u);
     EXPECT_EQ(received[0].fullPath, "/a");
     EXPECT_FALSE(received[0].changeType.has_value());
