@@ -367,6 +367,13 @@ FrameHeader decodeFrameHeader(std::span<const std::uint8_t, frameHeaderSize> hea
     return result;
 }
 
+void checkDescriptorCount(const FrameHeader& header, std::size_t received)
+{
+    if (header.descriptorCount != received)
+        throw WireError("the frame announces " + std::to_string(header.descriptorCount) + " descriptors but "
+            + std::to_string(received) + " came with it");
+}
+
 Object decodeFrameBody(std::span<const std::uint8_t> body, std::vector<OwnedFd> descriptors)
 {
     return Reader(body, descriptors).message();
@@ -377,9 +384,7 @@ Object decodeFrame(std::span<const std::uint8_t> frame, std::vector<OwnedFd> des
     if (frame.size() < frameHeaderSize)
         throw WireError("the frame stops inside its header");
     const FrameHeader header = decodeFrameHeader(frame.first<frameHeaderSize>());
-    if (header.descriptorCount != descriptors.size())
-        throw WireError("the frame announces " + std::to_string(header.descriptorCount) + " descriptors but "
-            + std::to_string(descriptors.size()) + " came with it");
+    checkDescriptorCount(header, descriptors.size());
     const auto body = frame.subspan(frameHeaderSize);
     if (body.size() != header.bodySize)
         throw WireError("the frame announces a body of " + std::to_string(header.bodySize) + " bytes but "

@@ -45,6 +45,9 @@ struct FrameHeader {
 // Checks a frame header (magic, version, frame type, the limits) and gives its sizes.
 FrameHeader decodeFrameHeader(std::span<const std::uint8_t, frameHeaderSize> header);
 
+// Raises WireError unless `received` descriptors are what `header` announces.
+void checkDescriptorCount(const FrameHeader& header, std::size_t received);
+
 // Decodes a frame body into its message dictionary. `descriptors` are the descriptors that came with the frame, in
 // order; each must be used by exactly one value. Descriptors that end up in no value are closed.
 Object decodeFrameBody(std::span<const std::uint8_t> body, std::vector<OwnedFd> descriptors);

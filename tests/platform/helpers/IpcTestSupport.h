@@ -1,0 +1,114 @@
+#pragma once
+
+// Helpers for the tests of the IPC runtime and of what is built on it.
+
+#include "platform/IpcConnection.h"
+#include "platform/IpcObject.h"
+#include "support/Eventually.h"
+#include "support/TempDir.h"
+
+#include <dirent.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ipctest {
+
+// Records the events a connection delivers. Hand out handler(): it keeps the recorder alive for as long as the
+// connection keeps the handler.
+class EventRecorder : public std::enable_shared_from_this<EventRecorder> {
+public:
+    static std::shared_ptr<EventRecorder> make() { return std::make_shared<EventRecorder>(); }
+
+    platform::ipc::EventHandler handler()
+    {
+        return [self = shared_from_this()](const platform::ipc::Object& event) {
+            std::lock_guard lock(self->m_mutex);
+            self->m_events.push_back(event);
+        };
+    }
+
+    std::vector<platform::ipc::Object> events() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_events;
+    }
+
+    std::size_t count() const
+    {
+        std::lock_guard lock(m_mutex);
+        return m_events.size();
+    }
+
+    // Waits until `count` events have come.
+    bool waitFor(std::size_t count) const
+    {
+        return testsupport::eventually([&] { return this->count() >= count; });
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    std::vector<platform::ipc::Object> m_events;
+};
+
+// A private runtime folder (a fresh temporary folder, 0700) named by KORBANHOLD_RUNTIME_DIR while the object lives.
+class ScopedRuntimeFolder {
+public:
+    ScopedRuntimeFolder()
+    {
+        if (const char* previous = ::getenv("KORBANHOLD_RUNTIME_DIR"))
+            m_previous = previous;
+        ::setenv("KORBANHOLD_RUNTIME_DIR", m_folder.string().c_str(), 1);
+    }
+    ~ScopedRuntimeFolder()
+    {
+        if (m_previous)
+            ::setenv("KORBANHOLD_RUNTIME_DIR", m_previous->c_str(), 1);
+        else
+            ::unsetenv("KORBANHOLD_RUNTIME_DIR");
+    }
+    ScopedRuntimeFolder(const ScopedRuntimeFolder&) = delete;
+    ScopedRuntimeFolder& operator=(const ScopedRuntimeFolder&) = delete;
+
+    const std::filesystem::path& path() const { return m_folder.path(); }
+
+private:
+    testsupport::TempDir m_folder;
+    std::optional<std::string> m_previous;
+};
+
+// How many descriptors this process has open.
+inline std::size_t openDescriptorCount()
+{
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        (void)entry;
+        ++count;
+    }
+    return count;
+}
+
+// Waits until this process has `count` descriptors open again (closing happens on the runtime's threads).
+inline bool descriptorsReturnTo(std::size_t count)
+{
+    return testsupport::eventually([&] { return openDescriptorCount() == count; });
+}
+
+// The helper program that plays the other process in these tests; it is built beside the test executables.
+inline std::filesystem::path peerProgram()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ipc_peer";
+}
+
+inline const std::string* descriptionOf(const platform::ipc::Object& event)
+{
+    return event.stringForKey(platform::ipc::errorDescriptionKey);
+}
+
+}
