@@ -246,8 +246,11 @@ void Connection::setCredentials(const PeerCredentials& credentials)
 void Connection::setEventHandler(EventHandler handler)
 {
     auto shared = std::make_shared<const EventHandler>(std::move(handler));
-    std::lock_guard lock(m_mutex);
-    m_handler = std::move(shared);
+    {
+        std::lock_guard lock(m_mutex);
+        std::swap(m_handler, shared);
+    }
+    // The handler replaced goes here, outside the lock: what it holds may use this connection as it goes.
 }
 
 void Connection::setTargetQueue(std::shared_ptr<Queue> queue)
