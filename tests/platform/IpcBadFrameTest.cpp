@@ -5,6 +5,7 @@
 #include "platform/IpcWire.h"
 #include "platform/helpers/EveryKind.h"
 #include "platform/helpers/IpcTestSupport.h"
+#include "platform/helpers/RawFrames.h"
 #include "support/LogCapture.h"
 
 #include <poll.h>
@@ -16,48 +17,19 @@
 #include <functional>
 
 using namespace platform::ipc;
-using ipctest::EventRecorder;
+using ipctest::dictionaryHolding;
+using ipctest::rawFrame;
+using ipctest::rawHeader;
 using testsupport::eventually;
 
 namespace {
 
 constexpr const char* service = "Test.BadFrames";
 
-Bytes header(std::uint32_t bodySize, std::uint16_t descriptors = 0, std::uint8_t frameType = 1)
-{
-    Bytes bytes = { 'K', 'I', 'P', 'C', 1, frameType, static_cast<std::uint8_t>(descriptors), static_cast<std::uint8_t>(descriptors >> 8) };
-    for (int i = 0; i < 4; ++i)
-        bytes.push_back(static_cast<std::uint8_t>(bodySize >> (8 * i)));
-    return bytes;
-}
-
-Bytes frame(const Bytes& body, std::uint16_t descriptors = 0)
-{
-    Bytes bytes = header(static_cast<std::uint32_t>(body.size()), descriptors);
-    bytes.insert(bytes.end(), body.begin(), body.end());
-    return bytes;
-}
-
-// The body of a dictionary with one entry "k" holding the given encoded value.
-Bytes holding(const Bytes& value)
-{
-    Bytes body = { 0x0D, 1, 0, 0, 0, 1, 0, 0, 0, 'k' };
-    body.insert(body.end(), value.begin(), value.end());
-    return body;
-}
-
 class IpcBadFrame : public testing::Test {
 protected:
     void SetUp() override
     {
-        m_server = Server::start(listenForService(service), [this](const std::shared_ptr<Connection>& peer) {
-            auto recorder = EventRecorder::make();
-            peer->setEventHandler(recorder->handler());
-            peer->resume();
-            std::lock_guard lock(m_mutex);
-            m_peers.push_back(peer);
-            m_recorders.push_back(recorder);
-        });
         // A well-behaved client that must go on being served.
         m_goodClient = Connection::createToService(service);
         m_goodClient->setEventHandler([](const Object&) { });
@@ -66,22 +38,11 @@ protected:
         ASSERT_TRUE(eventually([&] { return goodMessages() == 1; }));
     }
 
-    void TearDown() override
-    {
-        m_goodClient->cancel();
-        m_server->stop();
-        std::lock_guard lock(m_mutex);
-        for (auto& peer : m_peers)
-            peer->cancel();
-    }
+    void TearDown() override { m_goodClient->cancel(); }
 
     static Object numbered(std::int64_t number) { return Object::dictionary({ { "n", Object::int64(number) } }); }
 
-    std::size_t goodMessages()
-    {
-        std::lock_guard lock(m_mutex);
-        return m_recorders.empty() ? 0 : m_recorders.front()->count();
-    }
+    std::size_t goodMessages() { return m_server.eventCount(0); }
 
     OwnedFd badClient()
     {
@@ -141,12 +102,8 @@ protected:
     }
 
 private:
-    ipctest::ScopedRuntimeFolder m_folder;
-    std::shared_ptr<Server> m_server;
+    ipctest::RecordingServer m_server { service };
     std::shared_ptr<Connection> m_goodClient;
-    std::mutex m_mutex;
-    std::vector<std::shared_ptr<Connection>> m_peers;
-    std::vector<std::shared_ptr<EventRecorder>> m_recorders;
     testsupport::LogCapture m_log;
 };
 
@@ -157,22 +114,22 @@ TEST_F(IpcBadFrame, ATruncatedMessageClosesTheConnection)
     Bytes body = encodeFrame(Object::dictionary({ { "key", Object::string("value") } })).bytes;
     body.erase(body.begin(), body.begin() + frameHeaderSize);
     body.resize(body.size() - 3);
-    expectRefused(frame(body), "a value runs past the end of the frame");
+    expectRefused(rawFrame(body), "a value runs past the end of the frame");
 }
 
 TEST_F(IpcBadFrame, AnOversizedFrameClosesTheConnectionBeforeItsBodyIsRead)
 {
-    expectRefused(header(limits::maxBodySize + 1), "a frame body of 16777217 bytes exceeds the limit of 16777216");
+    expectRefused(rawHeader(limits::maxBodySize + 1), "a frame body of 16777217 bytes exceeds the limit of 16777216");
 }
 
 TEST_F(IpcBadFrame, AFrameOfUnknownTypeClosesTheConnection)
 {
-    expectRefused(header(5, 0, 0x07), "unknown frame type 0x07");
+    expectRefused(rawHeader(5, 0, 0x07), "unknown frame type 0x07");
 }
 
 TEST_F(IpcBadFrame, AValueOfUnknownTypeClosesTheConnection)
 {
-    expectRefused(frame(holding({ 0x7F })), "unknown value type 0x7f");
+    expectRefused(rawFrame(dictionaryHolding({ 0x7F })), "unknown value type 0x7f");
 }
 
 TEST_F(IpcBadFrame, NestingBeyondTheLimitClosesTheConnection)
@@ -181,29 +138,29 @@ TEST_F(IpcBadFrame, NestingBeyondTheLimitClosesTheConnection)
     for (std::size_t i = 0; i < limits::maxDepth; ++i)
         value.insert(value.end(), { 0x0C, 1, 0, 0, 0 });
     value.push_back(0x00);
-    expectRefused(frame(holding(value)), "containers nest deeper than 32 levels");
+    expectRefused(rawFrame(dictionaryHolding(value)), "containers nest deeper than 32 levels");
 }
 
 TEST_F(IpcBadFrame, ALengthThatLiesClosesTheConnection)
 {
-    expectRefused(frame(holding({ 0x08, 0xE8, 0x03, 0, 0, 'a', 'b', 'c' })), "a value runs past the end of the frame");
+    expectRefused(rawFrame(dictionaryHolding({ 0x08, 0xE8, 0x03, 0, 0, 'a', 'b', 'c' })), "a value runs past the end of the frame");
 }
 
 TEST_F(IpcBadFrame, DescriptorsWhereNoneWereAnnouncedCloseTheConnectionAndAreClosed)
 {
     const OwnedFd file = ipctest::temporaryFileHolding("secret");
     const int descriptors[] = { file.get(), file.get() };
-    expectRefused(frame(holding({ 0x00 })), "the frame announces 0 descriptors but 2 came with it", descriptors);
+    expectRefused(rawFrame(dictionaryHolding({ 0x00 })), "the frame announces 0 descriptors but 2 came with it", descriptors);
 }
 
 TEST_F(IpcBadFrame, DescriptorsInTheMiddleOfAFrameCloseTheConnectionAndAreClosed)
 {
-    const Bytes body = holding({ 0x00 });
+    const Bytes body = dictionaryHolding({ 0x00 });
     const OwnedFd file = ipctest::temporaryFileHolding("secret");
     const int descriptors[] = { file.get() };
     expectRefused(
         [&](const OwnedFd& client) {
-            send(client, header(static_cast<std::uint32_t>(body.size())));
+            send(client, rawHeader(static_cast<std::uint32_t>(body.size())));
             send(client, body, descriptors);
         },
         "descriptors came in the middle of a frame");
@@ -211,20 +168,20 @@ TEST_F(IpcBadFrame, DescriptorsInTheMiddleOfAFrameCloseTheConnectionAndAreClosed
 
 TEST_F(IpcBadFrame, AnnouncedDescriptorsThatDoNotComeCloseTheConnection)
 {
-    expectRefused(frame(holding({ 0x0A, 0, 0 }), 1), "the frame announces 1 descriptors but 0 came with it");
+    expectRefused(rawFrame(dictionaryHolding({ 0x0A, 0, 0 }), 1), "the frame announces 1 descriptors but 0 came with it");
 }
 
 TEST_F(IpcBadFrame, MoreDescriptorsThanTheLimitCloseTheConnectionAndAreClosed)
 {
     const OwnedFd file = ipctest::temporaryFileHolding("secret");
     const std::vector<int> descriptors(limits::maxDescriptors + 1, file.get());
-    expectRefused(frame(holding({ 0x00 }), limits::maxDescriptors + 1),
+    expectRefused(rawFrame(dictionaryHolding({ 0x00 }), limits::maxDescriptors + 1),
         "a frame came with more than 64 descriptors", descriptors);
 }
 
 TEST_F(IpcBadFrame, StoppingInTheMiddleOfAFrameClosesTheConnection)
 {
-    Bytes partial = header(100);
+    Bytes partial = rawHeader(100);
     partial.insert(partial.end(), 50, 0);
     expectRefused(partial, "the peer stopped in the middle of a frame", {}, true);
 }

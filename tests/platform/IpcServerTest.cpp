@@ -107,35 +107,21 @@ TEST(IpcServer, APeerOfTheSameUserIsHandedOverSuspendedOnTheServersQueue)
 
 TEST(IpcServer, TerminationImminentReachesEveryOpenPeer)
 {
-    ipctest::ScopedRuntimeFolder folder;
-    std::mutex mutex;
-    std::vector<std::shared_ptr<EventRecorder>> recorders;
-    auto server = Server::start(listenForService("Test.Service"), [&](const std::shared_ptr<Connection>& peer) {
-        auto recorder = EventRecorder::make();
-        peer->setEventHandler(recorder->handler());
-        peer->resume();
-        std::lock_guard lock(mutex);
-        recorders.push_back(recorder);
-    });
+    ipctest::RecordingServer service("Test.Service");
     std::vector<std::shared_ptr<Connection>> clients;
     for (int i = 0; i < 3; ++i) {
-        clients.push_back(Connection::createToService("Test.Service"));
+        clients.push_back(Connection::createToService(service.name()));
         clients.back()->setEventHandler([](const Object&) { });
         clients.back()->resume();
     }
-    ASSERT_TRUE(eventually([&] {
-        std::lock_guard lock(mutex);
-        return recorders.size() == 3;
-    }));
-    server->announceTerminationImminent();
-    std::lock_guard lock(mutex);
-    for (const auto& recorder : recorders) {
-        ASSERT_TRUE(recorder->waitFor(1));
-        EXPECT_EQ(recorder->events()[0].errorEventIf(), ErrorEvent::TerminationImminent);
+    ASSERT_TRUE(eventually([&] { return service.peerCount() == 3; }));
+    service.announceTerminationImminent();
+    for (std::size_t i = 0; i < 3; ++i) {
+        ASSERT_TRUE(service.recorder(i)->waitFor(1));
+        EXPECT_EQ(service.recorder(i)->events()[0].errorEventIf(), ErrorEvent::TerminationImminent);
     }
     for (const auto& client : clients)
         client->cancel();
-    server->stop();
 }
 
 TEST(IpcServer, AStoppedServerAcceptsNoMore)

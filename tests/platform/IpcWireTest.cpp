@@ -1,5 +1,7 @@
 #include "platform/IpcWire.h"
 
+#include "platform/helpers/RawFrames.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -11,6 +13,8 @@
 #include <string>
 
 using namespace platform::ipc;
+using ipctest::dictionaryHolding;
+using ipctest::rawFrame;
 
 namespace {
 
@@ -24,24 +28,6 @@ Object roundTrip(const Object& message)
     for (int fd : frame.descriptors)
         descriptors.push_back(OwnedFd::duplicate(fd));
     return decodeFrame(frame.bytes, std::move(descriptors));
-}
-
-Bytes frameWithBody(const Bytes& body, std::uint16_t descriptors = 0)
-{
-    Bytes frame = { 'K', 'I', 'P', 'C', 1, 1, static_cast<std::uint8_t>(descriptors), static_cast<std::uint8_t>(descriptors >> 8) };
-    const auto size = static_cast<std::uint32_t>(body.size());
-    for (int i = 0; i < 4; ++i)
-        frame.push_back(static_cast<std::uint8_t>(size >> (8 * i)));
-    frame.insert(frame.end(), body.begin(), body.end());
-    return frame;
-}
-
-// A dictionary with one entry "k" whose value is the given encoded bytes.
-Bytes dictionaryHolding(const Bytes& value)
-{
-    Bytes body = { 0x0D, 1, 0, 0, 0, 1, 0, 0, 0, 'k' };
-    body.insert(body.end(), value.begin(), value.end());
-    return body;
 }
 
 std::string decodeError(const Bytes& frame, std::vector<OwnedFd> descriptors = {})
@@ -117,7 +103,7 @@ TEST(IpcWire, AStringStopsAtItsFirstNulCharacterAsACStringDoes)
 TEST(IpcWire, OnlyDictionariesAreMessages)
 {
     EXPECT_THROW(encodeFrame(Object::array()), WireError);
-    EXPECT_EQ(decodeError(frameWithBody({ 0x02 })), "the message is a bool, not a dictionary");
+    EXPECT_EQ(decodeError(rawFrame({ 0x02 })), "the message is a bool, not a dictionary");
 }
 
 TEST(IpcWire, ConnectionsAndErrorEventsCannotLeaveTheirProcess)
@@ -129,26 +115,26 @@ TEST(IpcWire, ConnectionsAndErrorEventsCannotLeaveTheirProcess)
 
 TEST(IpcWire, AFrameWithAnUnknownMagicIsRefused)
 {
-    Bytes frame = frameWithBody({ 0x0D, 0, 0, 0, 0 });
+    Bytes frame = rawFrame({ 0x0D, 0, 0, 0, 0 });
     frame[0] = 'X';
     EXPECT_EQ(decodeError(frame), "the frame does not start with the magic \"KIPC\"");
 }
 
 TEST(IpcWire, AFrameOfUnknownTypeIsRefused)
 {
-    Bytes frame = frameWithBody({ 0x0D, 0, 0, 0, 0 });
+    Bytes frame = rawFrame({ 0x0D, 0, 0, 0, 0 });
     frame[5] = 7;
     EXPECT_EQ(decodeError(frame), "unknown frame type 0x07");
 }
 
 TEST(IpcWire, AValueOfUnknownTypeIsRefused)
 {
-    EXPECT_EQ(decodeError(frameWithBody(dictionaryHolding({ 0x7F }))), "unknown value type 0x7f");
+    EXPECT_EQ(decodeError(rawFrame(dictionaryHolding({ 0x7F }))), "unknown value type 0x7f");
 }
 
 TEST(IpcWire, AnOversizedFrameIsRefusedFromItsHeaderAlone)
 {
-    Bytes header = frameWithBody({});
+    Bytes header = rawFrame({});
     const std::uint32_t size = limits::maxBodySize + 1;
     std::memcpy(header.data() + 8, &size, 4);
     EXPECT_THROW(decodeFrameHeader(std::span<const std::uint8_t, frameHeaderSize>(header.data(), frameHeaderSize)), WireError);
@@ -156,19 +142,19 @@ TEST(IpcWire, AnOversizedFrameIsRefusedFromItsHeaderAlone)
 
 TEST(IpcWire, TooManyAnnouncedDescriptorsAreRefusedFromTheHeaderAlone)
 {
-    Bytes header = frameWithBody({}, limits::maxDescriptors + 1);
+    Bytes header = rawFrame({}, limits::maxDescriptors + 1);
     EXPECT_THROW(decodeFrameHeader(std::span<const std::uint8_t, frameHeaderSize>(header.data(), frameHeaderSize)), WireError);
 }
 
 TEST(IpcWire, AValueWhoseLengthLiesIsRefused)
 {
-    EXPECT_EQ(decodeError(frameWithBody(dictionaryHolding({ 0x08, 0xE8, 0x03, 0, 0, 'a', 'b', 'c' }))),
+    EXPECT_EQ(decodeError(rawFrame(dictionaryHolding({ 0x08, 0xE8, 0x03, 0, 0, 'a', 'b', 'c' }))),
         "a value runs past the end of the frame");
 }
 
 TEST(IpcWire, AContainerAnnouncingMoreElementsThanFitIsRefusedBeforeAllocating)
 {
-    EXPECT_THAT(decodeError(frameWithBody(dictionaryHolding({ 0x0C, 0xFF, 0xFF, 0xFF, 0x7F }))),
+    EXPECT_THAT(decodeError(rawFrame(dictionaryHolding({ 0x0C, 0xFF, 0xFF, 0xFF, 0x7F }))),
         testing::HasSubstr("cannot fit the frame"));
 }
 
@@ -182,7 +168,7 @@ TEST(IpcWire, ATruncatedFrameIsRefused)
 
 TEST(IpcWire, BytesAfterTheMessageAreRefused)
 {
-    EXPECT_EQ(decodeError(frameWithBody({ 0x0D, 0, 0, 0, 0, 0x00 })), "1 bytes follow the message");
+    EXPECT_EQ(decodeError(rawFrame({ 0x0D, 0, 0, 0, 0, 0x00 })), "1 bytes follow the message");
 }
 
 TEST(IpcWire, NestingUpToTheLimitTravelsAndOneLevelMoreIsRefused)
@@ -195,7 +181,7 @@ TEST(IpcWire, NestingUpToTheLimitTravelsAndOneLevelMoreIsRefused)
     for (std::size_t i = 0; i < limits::maxDepth; ++i)
         body.insert(body.end(), { 0x0C, 1, 0, 0, 0 });
     body.push_back(0x00);
-    EXPECT_EQ(decodeError(frameWithBody(body)), "containers nest deeper than 32 levels");
+    EXPECT_EQ(decodeError(rawFrame(body)), "containers nest deeper than 32 levels");
 }
 
 TEST(IpcWire, MoreValuesThanTheLimitAreRefused)
@@ -205,13 +191,13 @@ TEST(IpcWire, MoreValuesThanTheLimitAreRefused)
     for (int i = 0; i < 4; ++i)
         body.push_back(static_cast<std::uint8_t>(count >> (8 * i)));
     body.insert(body.end(), count, 0x00);
-    EXPECT_THAT(decodeError(frameWithBody(body)), testing::HasSubstr("more than 65536 values"));
+    EXPECT_THAT(decodeError(rawFrame(body)), testing::HasSubstr("more than 65536 values"));
 }
 
 TEST(IpcWire, ADuplicatedKeyIsRefused)
 {
     Bytes body = { 0x0D, 2, 0, 0, 0, 1, 0, 0, 0, 'a', 0x02, 1, 0, 0, 0, 'a', 0x01 };
-    EXPECT_EQ(decodeError(frameWithBody(body)), "the key \"a\" appears twice in one dictionary");
+    EXPECT_EQ(decodeError(rawFrame(body)), "the key \"a\" appears twice in one dictionary");
 }
 
 TEST(IpcWire, DescriptorsMustMatchWhatTheFrameAnnouncesAndBeUsedOnce)
@@ -219,19 +205,19 @@ TEST(IpcWire, DescriptorsMustMatchWhatTheFrameAnnouncesAndBeUsedOnce)
     std::vector<OwnedFd> one;
     one.push_back(openDevNull());
     const int before = openDescriptorCount();
-    EXPECT_THAT(decodeError(frameWithBody({ 0x0D, 0, 0, 0, 0 }), std::move(one)), testing::HasSubstr("announces 0 descriptors but 1"));
+    EXPECT_THAT(decodeError(rawFrame({ 0x0D, 0, 0, 0, 0 }), std::move(one)), testing::HasSubstr("announces 0 descriptors but 1"));
 
     std::vector<OwnedFd> unused;
     unused.push_back(openDevNull());
-    EXPECT_EQ(decodeError(frameWithBody({ 0x0D, 0, 0, 0, 0 }, 1), std::move(unused)),
+    EXPECT_EQ(decodeError(rawFrame({ 0x0D, 0, 0, 0, 0 }, 1), std::move(unused)),
         "descriptor 0 is announced but used by no value");
 
     std::vector<OwnedFd> twice;
     twice.push_back(openDevNull());
     Bytes body = { 0x0D, 2, 0, 0, 0, 1, 0, 0, 0, 'a', 0x0A, 0, 0, 1, 0, 0, 0, 'b', 0x0A, 0, 0 };
-    EXPECT_EQ(decodeError(frameWithBody(body, 1), std::move(twice)), "descriptor 0 is used twice");
+    EXPECT_EQ(decodeError(rawFrame(body, 1), std::move(twice)), "descriptor 0 is used twice");
 
-    EXPECT_THAT(decodeError(frameWithBody(dictionaryHolding({ 0x0A, 3, 0 }))), testing::HasSubstr("beyond the 0 descriptors"));
+    EXPECT_THAT(decodeError(rawFrame(dictionaryHolding({ 0x0A, 3, 0 }))), testing::HasSubstr("beyond the 0 descriptors"));
     EXPECT_EQ(openDescriptorCount(), before - 1) << "every descriptor of a refused frame is closed";
 }
 
@@ -239,7 +225,7 @@ TEST(IpcWire, SharedMemoryLargerThanItsFileIsRefused)
 {
     std::vector<OwnedFd> descriptors;
     descriptors.push_back(OwnedFd(::memfd_create("test", MFD_CLOEXEC)));
-    EXPECT_THAT(decodeError(frameWithBody(dictionaryHolding({ 0x0B, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0 }), 1), std::move(descriptors)),
+    EXPECT_THAT(decodeError(rawFrame(dictionaryHolding({ 0x0B, 0, 0, 10, 0, 0, 0, 0, 0, 0, 0 }), 1), std::move(descriptors)),
         testing::HasSubstr("not backed by a file that large"));
 }
 

@@ -1,11 +1,8 @@
 #include "service/XPCConnection.h"
 
-#include "platform/IpcServer.h"
-#include "platform/IpcServiceSocket.h"
 #include "platform/helpers/IpcTestSupport.h"
 #include "support/LogCapture.h"
 
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -62,26 +59,18 @@ class XPCConnectionTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        int ends[2];
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
-        peer = IpcConnection::createForPeer(platform::ipc::OwnedFd(ends[0]));
         peer->setEventHandler(peerEvents->handler());
         peer->resume();
-        wrapped = IpcConnection::createForPeer(platform::ipc::OwnedFd(ends[1]));
     }
 
-    void TearDown() override
-    {
-        peer->cancel();
-        wrapped->cancel();
-    }
-
-    std::shared_ptr<IpcConnection> peer;
-    std::shared_ptr<IpcConnection> wrapped;
+    ipctest::ConnectedPair pair;
+    const std::shared_ptr<IpcConnection>& peer = pair.sender;
+    const std::shared_ptr<IpcConnection>& wrapped = pair.receiver;
     std::shared_ptr<ipctest::EventRecorder> peerEvents = ipctest::EventRecorder::make();
 };
 
 }
+
 
 TEST_F(XPCConnectionTest, AMessageHoldingXPCDebugLogAmongOtherEntriesIsOnlyLogged)
 {
@@ -238,21 +227,14 @@ TEST_F(XPCConnectionTest, AWrapperThatGoesCancelsItsConnection)
 
 TEST(XPCConnection, AWrapperByServiceNameReachesTheServiceAndKnowsItsName)
 {
-    ipctest::ScopedRuntimeFolder folder;
-    auto received = ipctest::EventRecorder::make();
-    auto server = platform::ipc::Server::start(platform::ipc::listenForService("Test.Wrapped"),
-        [&](const std::shared_ptr<IpcConnection>& peer) {
-            peer->setEventHandler(received->handler());
-            peer->resume();
-        });
-    auto wrapper = XPCConnection::initWithServiceName("Test.Wrapped");
+    ipctest::RecordingServer service("Test.Wrapped");
+    auto wrapper = XPCConnection::initWithServiceName(service.name());
     ASSERT_NE(wrapper, nullptr);
     EXPECT_EQ(wrapper->connectionName(), "Test.Wrapped");
     EXPECT_EQ(wrapper->dispatchQueue()->label(), "Test.Wrapped");
     wrapper->sendMessage(Value::integer(7));
-    ASSERT_TRUE(received->waitFor(1));
-    EXPECT_EQ(received->events()[0], XPCObject::dictionary({ { "contents", XPCObject::int64(7) } }));
+    ASSERT_TRUE(eventually([&] { return service.eventCount(0) == 1; }));
+    EXPECT_EQ(service.recorder(0)->events()[0], XPCObject::dictionary({ { "contents", XPCObject::int64(7) } }));
     EXPECT_EQ(wrapper->connectionProcessID().int64Value(), ::getpid());
     wrapper->connection()->cancel();
-    server->stop();
 }
