@@ -6,6 +6,10 @@ if(KORBANHOLD_SANITIZE)
   add_compile_options(-fsanitize=${_sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=${_sanitizers})
 endif()
+if(KORBANHOLD_FUZZ)
+  # Coverage instrumentation in every library too, so that libFuzzer sees the code under test, not only the target.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # korbanhold_library(NAME FOLDER DEPS...): one static library from every .cpp in a source folder.
 function(korbanhold_library name folder)
