@@ -3,7 +3,7 @@
 #include "platform/IpcServer.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/IpcWire.h"
-#include "platform/helpers/EveryKind.h"
+#include "helpers/EveryKind.h"
 #include "platform/helpers/IpcTestSupport.h"
 #include "platform/helpers/RawFrames.h"
 #include "support/LogCapture.h"

@@ -2,7 +2,7 @@
 
 #include "platform/IpcServer.h"
 #include "platform/IpcServiceSocket.h"
-#include "platform/helpers/EveryKind.h"
+#include "helpers/EveryKind.h"
 #include "platform/helpers/IpcTestSupport.h"
 #include "support/LogCapture.h"
 

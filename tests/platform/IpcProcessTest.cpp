@@ -2,9 +2,8 @@
 // kind, descriptors included, and checks what it receives.
 #include "platform/IpcServer.h"
 #include "platform/IpcServiceSocket.h"
-#include "platform/helpers/EveryKind.h"
+#include "helpers/EveryKind.h"
 #include "platform/helpers/IpcTestSupport.h"
-#include "platform/helpers/PeerProcess.h"
 
 #include <unistd.h>
 
@@ -29,20 +28,19 @@ TEST(IpcProcesses, TwoProcessesExchangeEveryValueKindAndReadFilesThroughThePasse
         peer->resume();
     });
 
-    ipctest::PeerProcess client({ "exchange", "Test.Exchange" }, {});
-    const ipctest::PeerResult result = client.wait();
+    const testsupport::ProcessResult result = testsupport::runProcess(ipctest::peerProgram(), { "exchange", "Test.Exchange" });
     auto message = received.get_future();
-    ASSERT_EQ(message.wait_for(std::chrono::seconds(5)), std::future_status::ready) << result.errors;
+    ASSERT_EQ(message.wait_for(std::chrono::seconds(5)), std::future_status::ready) << result.standardError;
     const auto [event, credentials] = message.get();
 
     EXPECT_EQ(ipctest::checkMessageOfEveryKind(event, "from the client", "shared by the client"), "");
-    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
 
     // Each side reads the other's credentials.
     std::ostringstream expected;
     expected << "pid=" << ::getpid() << " euid=" << ::geteuid() << " egid=" << ::getegid()
              << " asid=" << auditSessionId(::getpid()) << "\n";
-    EXPECT_EQ(result.output, expected.str());
+    EXPECT_EQ(result.standardOutput, expected.str());
     EXPECT_GT(credentials.pid, 0);
     EXPECT_NE(credentials.pid, ::getpid());
     EXPECT_EQ(credentials.euid, ::geteuid());

@@ -3,7 +3,6 @@
 #include "platform/IpcServiceSocket.h"
 #include "platform/IpcWire.h"
 #include "platform/helpers/IpcTestSupport.h"
-#include "platform/helpers/PeerProcess.h"
 #include "support/LogCapture.h"
 
 #include <grp.h>
@@ -24,7 +23,7 @@ using testsupport::eventually;
 
 namespace {
 
-// A listening socket at `path`, as systemd would make one for socket activation.
+// A listening socket at `path`.
 OwnedFd listeningSocketAt(const std::filesystem::path& path)
 {
     sockaddr_un address;
@@ -137,36 +136,41 @@ TEST(IpcServer, AStoppedServerAcceptsNoMore)
 
 TEST(IpcServer, AServiceStartedBySocketActivationServesOnTheSocketItIsGiven)
 {
+    const std::filesystem::path activate = "/usr/bin/systemd-socket-activate";
+    if (!std::filesystem::exists(activate))
+        GTEST_SKIP() << "systemd-socket-activate is not installed (Debian package systemd)";
     testsupport::TempDir activation;
     const auto path = activation / "activated.sock";
-    const OwnedFd listening = listeningSocketAt(path);
     ipctest::ScopedRuntimeFolder elsewhere;
-    ipctest::PeerProcess service({ "serve", "Test.Activated" }, {}, listening.get());
+    testsupport::Process service(activate, { "--listen=" + path.string(), ipctest::peerProgram().string(), "serve", "Test.Activated" });
 
-    // Connect to the socket that was passed, by its path.
-    int error = 0;
-    OwnedFd socket = connectUnixSocket(path.string(), error);
-    ASSERT_TRUE(socket) << error;
+    // The socket is made by systemd-socket-activate, which starts the service on the first connection.
+    OwnedFd socket;
+    ASSERT_TRUE(eventually([&] {
+        int error = 0;
+        socket = connectUnixSocket(path.string(), error);
+        return bool(socket);
+    }));
     auto client = Connection::createForPeer(std::move(socket));
     auto recorder = EventRecorder::make();
     client->setEventHandler(recorder->handler());
     client->resume();
     client->sendMessage(numbered(1));
-    ASSERT_TRUE(recorder->waitFor(1)) << service.stop().errors;
+    ASSERT_TRUE(recorder->waitFor(1));
     EXPECT_EQ(recorder->events()[0].find("served-by")->int64Value(), service.pid());
     EXPECT_FALSE(std::filesystem::exists(elsewhere.path() / "Test.Activated.sock")) << "no socket of its own was made";
     client->cancel();
-    service.stop();
 }
 
 TEST(IpcServer, AServiceRefusesToStartInAnInsecureFolderWithOneClearLine)
 {
     testsupport::TempDir folder;
     ::chmod(folder.path().c_str(), 0775);
-    ipctest::PeerProcess service({ "serve", "Test.Insecure" }, { "KORBANHOLD_RUNTIME_DIR=" + folder.string() });
-    const ipctest::PeerResult result = service.wait();
+    testsupport::ProcessOptions options;
+    options.environment = { { "KORBANHOLD_RUNTIME_DIR", folder.string() } };
+    const testsupport::ProcessResult result = testsupport::runProcess(ipctest::peerProgram(), { "serve", "Test.Insecure" }, options);
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_THAT(result.errors, testing::EndsWith("cannot listen at " + folder.string()
+    EXPECT_THAT(result.standardError, testing::EndsWith("cannot listen at " + folder.string()
             + ": the runtime folder is open to other users (mode 0775, not 0700)\n"));
-    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
+    EXPECT_EQ(std::count(result.standardError.begin(), result.standardError.end(), '\n'), 1) << result.standardError;
 }

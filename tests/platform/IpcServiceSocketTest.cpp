@@ -34,31 +34,13 @@ std::string listenError()
     return "";
 }
 
-// Sets or removes an environment variable while the object lives.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const char* value) : m_name(name)
-    {
-        if (const char* previous = ::getenv(name))
-            m_previous = previous;
-        value ? ::setenv(name, value, 1) : ::unsetenv(name);
-    }
-    ~ScopedVariable() { m_previous ? ::setenv(m_name, m_previous->c_str(), 1) : ::unsetenv(m_name); }
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
-    const char* m_name;
-    std::optional<std::string> m_previous;
-};
-
 }
 
 TEST(IpcServiceSocket, TheRuntimeFolderIsCreatedForItsUserAloneAndTheSocketIs0600)
 {
     testsupport::TempDir parent;
     const auto folder = parent / "runtime";
-    ScopedVariable runtime("KORBANHOLD_RUNTIME_DIR", folder.c_str());
+    testsupport::ScopedEnvironment runtime("KORBANHOLD_RUNTIME_DIR", folder.string());
     const OwnedFd socket = listenForService(service);
     ASSERT_TRUE(socket);
     EXPECT_EQ(modeOf(folder) & 07777, 0700u);
@@ -70,15 +52,15 @@ TEST(IpcServiceSocket, TheRuntimeFolderIsCreatedForItsUserAloneAndTheSocketIs060
 
 TEST(IpcServiceSocket, WithoutItsOwnVariableTheFolderIsKorbanholdUnderTheUsersRuntimeFolder)
 {
-    ScopedVariable runtime("KORBANHOLD_RUNTIME_DIR", nullptr);
-    ScopedVariable xdg("XDG_RUNTIME_DIR", "/run/user/1000");
+    testsupport::ScopedEnvironment runtime("KORBANHOLD_RUNTIME_DIR", std::nullopt);
+    testsupport::ScopedEnvironment xdg("XDG_RUNTIME_DIR", "/run/user/1000");
     EXPECT_EQ(serviceSocketPath(service), "/run/user/1000/korbanhold/Ulmaridon.SyncFilesXpcService.sock");
 }
 
 TEST(IpcServiceSocket, WithoutAnyRuntimeFolderTheServiceCannotListen)
 {
-    ScopedVariable runtime("KORBANHOLD_RUNTIME_DIR", nullptr);
-    ScopedVariable xdg("XDG_RUNTIME_DIR", nullptr);
+    testsupport::ScopedEnvironment runtime("KORBANHOLD_RUNTIME_DIR", std::nullopt);
+    testsupport::ScopedEnvironment xdg("XDG_RUNTIME_DIR", std::nullopt);
     EXPECT_THAT(listenError(), HasSubstr("neither KORBANHOLD_RUNTIME_DIR nor XDG_RUNTIME_DIR is set"));
 }
 
@@ -104,7 +86,7 @@ TEST(IpcServiceSocket, ALinkInPlaceOfTheFolderIsRefused)
 {
     testsupport::TempDir parent;
     std::filesystem::create_directory_symlink(parent.path(), parent / "link");
-    ScopedVariable runtime("KORBANHOLD_RUNTIME_DIR", (parent / "link").c_str());
+    testsupport::ScopedEnvironment runtime("KORBANHOLD_RUNTIME_DIR", (parent / "link").string());
     EXPECT_THAT(listenError(), HasSubstr("the runtime folder is not a folder"));
 }
 

@@ -7,6 +7,8 @@
 #include "platform/IpcServer.h"
 #include "platform/IpcServiceSocket.h"
 #include "support/Eventually.h"
+#include "support/Process.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TempDir.h"
 
 #include <dirent.h>
@@ -86,28 +88,15 @@ struct ConnectedPair {
 // A private runtime folder (a fresh temporary folder, 0700) named by KORBANHOLD_RUNTIME_DIR while the object lives.
 class ScopedRuntimeFolder {
 public:
-    ScopedRuntimeFolder()
-    {
-        if (const char* previous = ::getenv("KORBANHOLD_RUNTIME_DIR"))
-            m_previous = previous;
-        ::setenv("KORBANHOLD_RUNTIME_DIR", m_folder.string().c_str(), 1);
-    }
-    ~ScopedRuntimeFolder()
-    {
-        if (m_previous)
-            ::setenv("KORBANHOLD_RUNTIME_DIR", m_previous->c_str(), 1);
-        else
-            ::unsetenv("KORBANHOLD_RUNTIME_DIR");
-    }
-    ScopedRuntimeFolder(const ScopedRuntimeFolder&) = delete;
-    ScopedRuntimeFolder& operator=(const ScopedRuntimeFolder&) = delete;
-
     const std::filesystem::path& path() const { return m_folder.path(); }
 
 private:
     testsupport::TempDir m_folder;
-    std::optional<std::string> m_previous;
+    testsupport::ScopedEnvironment m_variable { "KORBANHOLD_RUNTIME_DIR", m_folder.string() };
 };
+
+// The helper program that plays the other process in these tests.
+inline std::filesystem::path peerProgram() { return testsupport::builtProgram("tests/helpers/ipc_peer"); }
 
 // A server of the service `name` in a private runtime folder; it resumes every peer it accepts with an event recorder
 // of its own.
@@ -190,12 +179,6 @@ inline std::size_t openDescriptorCount()
 inline bool descriptorsReturnTo(std::size_t count)
 {
     return testsupport::eventually([&] { return openDescriptorCount() == count; });
-}
-
-// The helper program that plays the other process in these tests; it is built beside the test executables.
-inline std::filesystem::path peerProgram()
-{
-    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ipc_peer";
 }
 
 inline const std::string* descriptionOf(const platform::ipc::Object& event)

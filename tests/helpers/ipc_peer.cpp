@@ -4,9 +4,10 @@
 //                               and prints the service's credentials as "pid=P euid=U egid=G asid=S"; exit status 0
 //                               when the reply was right, 2 when it was not (the problems on stderr), 3 on no reply
 //   ipc_peer serve SERVICE      serves SERVICE, answering every message with { "served-by": <its pid> }
+#include "EveryKind.h"
+
 #include "platform/IpcConnection.h"
 #include "platform/IpcServer.h"
-#include "platform/helpers/EveryKind.h"
 
 #include <unistd.h>
 
