@@ -257,8 +257,12 @@ void Connection::setTargetQueue(std::shared_ptr<Queue> queue)
 {
     if (!queue)
         return;
-    std::lock_guard lock(m_mutex);
-    m_targetQueue = std::move(queue);
+    {
+        std::lock_guard lock(m_mutex);
+        m_targetQueue = std::move(queue);
+    }
+    // Events waiting for a task of the old queue are delivered on the new one.
+    scheduleDelivery();
 }
 
 std::shared_ptr<Queue> Connection::targetQueue() const
@@ -394,11 +398,12 @@ void Connection::scheduleDelivery()
 void Connection::deliverEvents()
 {
     std::unique_lock lock(m_mutex);
-    // Events of one connection are delivered one at a time, even when its target queue has just been changed.
-    if (m_delivering)
+    // Events are delivered on the current target queue only, and one at a time, even while the target queue is
+    // being changed: a task of the old queue stops after the event it is delivering.
+    if (m_delivering || !m_targetQueue->isCurrent())
         return;
     m_delivering = true;
-    while (m_suspendCount == 0 && !m_events.empty()) {
+    while (m_suspendCount == 0 && !m_events.empty() && m_targetQueue->isCurrent()) {
         Object event = std::move(m_events.front());
         m_events.pop_front();
         auto handler = m_handler;
@@ -416,10 +421,13 @@ void Connection::deliverEvents()
         lock.lock();
     }
     m_delivering = false;
+    const bool queueChanged = !m_targetQueue->isCurrent();
     const bool wakeReader = m_readingPaused && !m_cancelled && m_suspendCount == 0 && m_events.size() < maxWaitingEvents;
     if (wakeReader)
         m_readingPaused = false;
     lock.unlock();
+    if (queueChanged)
+        scheduleDelivery();
     if (wakeReader)
         onIoThread(&Io::read);
 }
