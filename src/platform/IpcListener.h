@@ -44,8 +44,8 @@ public:
     static Interface withProtocol(std::string protocolName, std::initializer_list<std::pair<std::string, void (Protocol::*)()>> methods)
     {
         Interface interface(std::move(protocolName));
-        for (const auto& [selector, member] : methods) {
-            interface.addMethod(selector, [member](const std::any& object, const Array&) {
+        for (const auto& method : methods) {
+            interface.addMethod(method.first, [member = method.second](const std::any& object, const Array&) {
                 if (const auto* exported = std::any_cast<std::shared_ptr<Protocol>>(&object); exported && *exported)
                     ((**exported).*member)();
                 else
