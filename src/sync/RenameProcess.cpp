@@ -1,0 +1,81 @@
+// The rename process: an item whose file number the table knows stayed in place (and may have changed), was
+// renamed inside its folder, or moved to another folder.
+
+#include "sync/SyncFilesXpcService.h"
+
+#include "sync/PathText.h"
+#include "sync/PlatformBridge.h"
+#include "sync/Raises.h"
+#include "sync/RecordKeys.h"
+
+namespace engine {
+
+using platform::Value;
+
+namespace {
+    bool isText(const Value* value, std::string_view text)
+    {
+        const std::string* string = value ? value->stringIf() : nullptr;
+        return string && *string == text;
+    }
+}
+
+void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    renameItem(fileID);
+}
+
+void SyncFilesXpcService::renameItem(std::string_view fileID)
+{
+    // j: the first position of the file number in the table as the pass read it, which after a move earlier in the
+    // pass is the position of a different entry (the one that moved up); that shift is kept as it is.
+    auto fileNumber = parseFileNumberText(fileID);
+    auto tablePosition = fileNumber ? m_tableIndex.firstPositionOf(*fileNumber) : std::nullopt;
+    auto scanIndex = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
+    if (!tablePosition || !scanIndex)
+        raiseIndexBeyondBounds(notFound, m_userDefaultsArray.count());
+    std::size_t j = *tablePosition;
+    std::size_t i = *scanIndex;
+    const Value* computerId = settingsComputerId();
+
+    // Mark the entry as seen, so that the deletion process leaves it.
+    m_userDefaultsArray.markSeen(j, computerId ? std::optional<Value>(*computerId) : std::nullopt);
+    EntryView entry = m_userDefaultsArray.at(j);
+    const ScannedItem& item = m_scan.at(i);
+    std::string itemFileNumber = fileNumberText(item.fileNumber);
+    if (!isText(entry.find(keys::baseSystemFileID), itemFileNumber))
+        return;
+
+    // Content changed only when both the size and the date texts differ; either alone is not enough.
+    const std::string& newDate = m_modifiedDates.text(item.modificationDate);
+    std::string newSize = fileSizeText(item.size);
+    bool contentChanged = !isText(entry.find(keys::fileSize), newSize) && !isText(entry.find(keys::modifiedDate), newDate);
+
+    const Value* oldPathValue = entry.find(keys::baseSystemFilePath);
+    if (!oldPathValue)
+        raiseMissingValue(keys::baseSystemFilePath);
+    const std::string& oldPath = oldPathValue->string();
+    bool sameFolder = deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
+    bool sameName = lastPathComponent(oldPath) == lastPathComponent(item.path);
+
+    if (sameFolder && sameName) {
+        if (contentChanged && bridge::fileExists(oldPath))
+            modifyItem(i);
+        return;
+    }
+    if (sameFolder) {
+        Value record = renamedRecord(entry, Value(item.path), computerId);
+        m_userDefaultsArray.replace(j, record);
+        m_changedListArray.append(std::move(record));
+        return;
+    }
+    // Moved: reported as the old path deleted and the new one created. A move that also renamed the item marks
+    // its "Deleted" record "removeKey" = "1", a plain move "0".
+    Value removal = movedAwayRecord(entry, sameName ? "0" : "1", computerId);
+    m_userDefaultsArray.remove(j);
+    m_changedListArray.append(std::move(removal));
+    createItem(i);
+}
+
+}

@@ -1,0 +1,77 @@
+#pragma once
+
+// One entry of the watched-files table as the pass keeps it.
+//
+// A table of a hundred thousand entries is read from the store on every pass, and nearly every entry only gets
+// "removeKey" = "0" when its item is found unchanged. Building a new dictionary for each entry (once to normalise it,
+// once to mark it seen) would cost more than the folder walk, so an entry keeps the stored record as it was read and
+// a form that says which record it stands for:
+// - Unseen: the normalised record of the stored one, "removeKey" = "1";
+// - Seen: that record refreshed by the rename process, "removeKey" = "0";
+// - Built: a record a process has built, or one given whole through the table property;
+// - Removed: the slot of an entry that a move took out of the table.
+// The records are built from the form only when the table is handed out (TableEntry.cpp), with the key order of
+// the operation that makes them.
+
+#include "platform/Value.h"
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+namespace engine {
+
+enum class EntryForm : std::uint8_t { Unseen, Seen, Built, Removed };
+
+// The keys of a stored record that normalisation copies, in the order the positions are kept.
+enum class StoredField : std::uint8_t {
+    BaseSystemFileID,
+    BaseSystemFilePath,
+    ChangeType,
+    OldPath,
+    IsFile,
+    FileSize,
+    ModifiedDate,
+    FileID,
+};
+inline constexpr std::size_t storedFieldCount = 8;
+
+struct TableEntry {
+    platform::Value record;
+    EntryForm form = EntryForm::Built;
+    // Unseen and Seen: where each stored field lies in the record's entries, so that reading one costs no key search.
+    // noPosition for a "FileIDKey" the record lacks (the only field normalisation lets be missing), or for a record
+    // too large to index, which then falls back to a search by key.
+    std::array<std::uint8_t, storedFieldCount> positions {};
+    static constexpr std::uint8_t noPosition = 0xFF;
+};
+
+// Reads the fields of one entry as the record it stands for: the cleaned "FileIDKey", the "removeKey" of its form and
+// the table's "computerIDKey" for normalised entries, the stored values otherwise.
+class EntryView {
+public:
+    EntryView(const TableEntry& entry, const platform::Value* computerId)
+        : m_entry(&entry)
+        , m_computerId(computerId)
+    {
+    }
+
+    // The value of `key`, or null when the record has none.
+    const platform::Value* find(std::string_view key) const;
+    EntryForm form() const { return m_entry->form; }
+    // True when the record's "removeKey" is the string "1": the entry was not found by this pass.
+    bool isMarkedForRemoval() const;
+    // The whole record, with the key order of the operation that made it.
+    platform::Value record() const;
+
+private:
+    const platform::Value* storedField(StoredField field) const;
+
+    const TableEntry* m_entry;
+    const platform::Value* m_computerId;
+};
+
+// Finds where the stored fields of `record` lie; raises as normalisation must when the record is not a dictionary.
+std::array<std::uint8_t, storedFieldCount> locateStoredFields(const platform::Value& record);
+
+}
