@@ -10,7 +10,6 @@
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
-#include <thread>
 #include <vector>
 
 namespace engine::bridge {
@@ -123,8 +122,5 @@ void setStandardObject(const platform::Value& value, std::string_view key)
     domain.setObject(value, key);
     setPersistentDomain(domain, "Ulmaridon.SyncFilesXpcService");
 }
-
-void after(std::chrono::nanoseconds, platform::Task) { }
-void async(platform::Task task) { std::thread(std::move(task)).detach(); }
 
 }

@@ -1,12 +1,10 @@
 #pragma once
 
-// TEMPORARY: stands in for the platform services (user defaults, file manager, date formats, queues, OS version)
+// TEMPORARY: stands in for the platform services (user defaults, file manager, date formats, OS version)
 // until they are merged; each function is replaced by a direct call of the platform service and this file removed.
 
-#include "platform/Queue.h"
 #include "platform/Value.h"
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -35,8 +33,5 @@ std::optional<platform::Value> persistentDomain(std::string_view name);
 void setPersistentDomain(const platform::Value& domain, std::string_view name);
 std::optional<platform::Value> standardObject(std::string_view key);
 void setStandardObject(const platform::Value& value, std::string_view key);
-
-void after(std::chrono::nanoseconds delay, platform::Task task);
-void async(platform::Task task);
 
 }

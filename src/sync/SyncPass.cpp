@@ -4,6 +4,7 @@
 #include "sync/SyncFilesXpcService.h"
 
 #include "platform/Log.h"
+#include "platform/Queue.h"
 #include "sync/PlatformBridge.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
@@ -30,7 +31,7 @@ void SyncFilesXpcService::syncFileInTablenCloud()
             });
     }
     auto self = shared_from_this();
-    bridge::after(passInterval, [self] { self->syncFileInTablenCloud(); });
+    platform::Queue::globalBackground()->after(passInterval, [self] { self->syncFileInTablenCloud(); });
 }
 
 void SyncFilesXpcService::runPass()
@@ -153,7 +154,7 @@ void SyncFilesXpcService::finishPass()
     }
     if (changes.count() != 0) {
         auto self = shared_from_this();
-        bridge::async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });
+        platform::Queue::globalBackground()->async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });
     }
 }
 
