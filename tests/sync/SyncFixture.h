@@ -16,9 +16,15 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
+
+namespace platform {
+// Values print as their description in test failure messages.
+inline void PrintTo(const Value& value, std::ostream* out) { *out << value.description(); }
+}
 
 namespace synctest {
 
