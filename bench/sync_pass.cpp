@@ -1,6 +1,6 @@
 // Measures one sync pass on generated trees, side by side with `find` and `git status` on the same tree.
 //
-//   bench_sync_pass [--sizes 10000,100000,1000000] [--runs 5] [--cache /tmp/korbanhold-bench]
+//   bench_sync_pass [--sizes 10000,100000,1000000] [--runs 5] [--cache /tmp/korbanhold-bench] [--prepare-only 1]
 //
 // For every size: (a) the steady-state pass (status "1", the stored table equal to the folder, run again and again
 // in one process, so the table comes from the preference store's cache), (b) the first pass of a new folder (every
@@ -11,7 +11,7 @@
 
 #include "platform/Log.h"
 #include "platform/Queue.h"
-#include "sync/PlatformBridge.h"
+#include "platform/UserDefaults.h"
 #include "sync/RecordKeys.h"
 #include "sync/SyncFilesXpcService.h"
 
@@ -159,15 +159,17 @@ Tree prepare(const fs::path& cache, std::size_t items)
 void writeSettings(const fs::path& home)
 {
     using platform::Value;
-    engine::bridge::setPersistentDomain(Value::dictionary({ { "korbanholdPathKey", Value(home.string()) },
-                                            { "computerIdKey", Value("C-1") }, { "userIdKey", Value("U-1") } }),
+    platform::UserDefaults::standardUserDefaults().setPersistentDomain(
+        Value::dictionary({ { "korbanholdPathKey", Value(home.string()) }, { "computerIdKey", Value("C-1") },
+            { "userIdKey", Value("U-1") } }),
         engine::domains::korbanhold);
 }
 
 void raiseStatus()
 {
     using platform::Value;
-    engine::bridge::setPersistentDomain(Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }), engine::domains::fileWatcher);
+    platform::UserDefaults::standardUserDefaults().setPersistentDomain(
+        Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }), engine::domains::fileWatcher);
 }
 
 // (b): every run on a fresh preference folder; the table of the last run is stored for (a), as an accepted batch
@@ -184,7 +186,7 @@ int runFirstPasses(const fs::path& home, const fs::path& preferences, int runs)
         service->SyncFile();
         std::cout << secondsSince(start) << "\n";
         if (run + 1 == runs)
-            engine::bridge::setStandardObject(service->userDefaultsArray(), engine::settings::fileWatchedData);
+            platform::UserDefaults::standardUserDefaults().setObject(service->userDefaultsArray(), engine::settings::fileWatchedData);
     }
     return 0;
 }
@@ -276,6 +278,7 @@ int main(int argc, char** argv)
     try {
         std::vector<std::string> arguments(argv + 1, argv + argc);
         platform::setLogSink([](std::string_view) { });
+        platform::UserDefaults::setApplicationDomain("Ulmaridon.SyncFilesXpcService");
         if (arguments.size() == 4 && arguments[0] == "--first-passes")
             return runFirstPasses(arguments[1], arguments[2], std::stoi(arguments[3]));
         if (arguments.size() == 2 && arguments[0] == "--steady-passes")
@@ -283,10 +286,13 @@ int main(int argc, char** argv)
 
         std::vector<std::size_t> sizes { 10000, 100000, 1000000 };
         int runs = 5;
+        bool prepareOnly = false;
         fs::path cache = "/tmp/korbanhold-bench";
         for (std::size_t k = 0; k + 1 < arguments.size(); k += 2) {
             if (arguments[k] == "--runs")
                 runs = std::stoi(arguments[k + 1]);
+            else if (arguments[k] == "--prepare-only")
+                prepareOnly = arguments[k + 1] == "1";
             else if (arguments[k] == "--cache")
                 cache = arguments[k + 1];
             else if (arguments[k] == "--sizes") {
@@ -300,6 +306,10 @@ int main(int argc, char** argv)
         std::string self = fs::read_symlink("/proc/self/exe").string();
         std::vector<Figures> all;
         for (std::size_t items : sizes) {
+            if (prepareOnly) {
+                prepare(cache, items);
+                continue;
+            }
             all.push_back(measure(self, cache, items, runs));
             std::cerr << "measured " << items << " items\n";
         }

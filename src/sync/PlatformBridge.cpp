@@ -1,14 +1,11 @@
 #include "sync/PlatformBridge.h"
 
-#include "platform/Json.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 #include <vector>
 
@@ -78,49 +75,5 @@ void enumerate(const std::string& base,
     enumerateBelow(base, "", visit);
 }
 
-static std::string domainFile(std::string_view name)
-{
-    const char* folder = std::getenv("KORBANHOLD_PREFERENCES_DIR");
-    return std::string(folder ? folder : "/tmp") + "/" + std::string(name) + ".json";
-}
-
-std::optional<platform::Value> persistentDomain(std::string_view name)
-{
-    std::ifstream in(domainFile(name));
-    if (!in)
-        return std::nullopt;
-    std::stringstream text;
-    text << in.rdbuf();
-    try {
-        auto value = platform::readJson(text.str());
-        if (value.isDictionary())
-            return value;
-    } catch (const platform::Exception&) {
-    }
-    return std::nullopt;
-}
-
-void setPersistentDomain(const platform::Value& domain, std::string_view name)
-{
-    std::string path = domainFile(name);
-    {
-        std::ofstream out(path + ".tmp", std::ios::trunc);
-        out << platform::writeJson(domain);
-    }
-    std::rename((path + ".tmp").c_str(), path.c_str());
-}
-
-std::optional<platform::Value> standardObject(std::string_view key)
-{
-    auto domain = persistentDomain("Ulmaridon.SyncFilesXpcService");
-    return domain ? domain->objectForKey(key) : std::nullopt;
-}
-
-void setStandardObject(const platform::Value& value, std::string_view key)
-{
-    auto domain = persistentDomain("Ulmaridon.SyncFilesXpcService").value_or(platform::Value::dictionary());
-    domain.setObject(value, key);
-    setPersistentDomain(domain, "Ulmaridon.SyncFilesXpcService");
-}
 
 }

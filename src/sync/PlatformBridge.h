@@ -1,6 +1,6 @@
 #pragma once
 
-// TEMPORARY: stands in for the platform services (user defaults, file manager, date formats, OS version)
+// TEMPORARY: stands in for the platform services (file manager, date formats, OS version)
 // until they are merged; each function is replaced by a direct call of the platform service and this file removed.
 
 #include "platform/Value.h"
@@ -28,10 +28,5 @@ bool fileExists(const std::string& path);
 // Deep enumeration in the enumerator's order; attributes are absent when the item could not be read.
 void enumerate(const std::string& base,
     const std::function<void(const std::string& relative, const std::optional<Attributes>&)>& visit);
-
-std::optional<platform::Value> persistentDomain(std::string_view name);
-void setPersistentDomain(const platform::Value& domain, std::string_view name);
-std::optional<platform::Value> standardObject(std::string_view key);
-void setStandardObject(const platform::Value& value, std::string_view key);
 
 }

@@ -1,27 +1,31 @@
 #include "sync/SyncFilesXpcService.h"
 
 #include "platform/Log.h"
-#include "sync/PlatformBridge.h"
 #include "sync/RecordKeys.h"
 
 namespace engine {
 
 using platform::Value;
 
-SyncFilesXpcService::SyncFilesXpcService() = default;
+SyncFilesXpcService::SyncFilesXpcService(platform::UserDefaults& standardDefaults)
+    : m_standardDefaults(standardDefaults)
+{
+}
+
 SyncFilesXpcService::~SyncFilesXpcService() = default;
 
 void SyncFilesXpcService::SyncFile()
 {
     {
         std::lock_guard lock(m_fieldsMutex);
-        m_prefs = true;
-        m_fileWatcherPrefs = bridge::persistentDomain(domains::fileWatcher);
-        m_korbanholdPrefs = bridge::persistentDomain(domains::korbanhold);
+        m_prefs = &m_standardDefaults;
+        m_fileWatcherPrefs = m_prefs->persistentDomainForName(domains::fileWatcher);
+        m_korbanholdPrefs = m_prefs->persistentDomainForName(domains::korbanhold);
     }
     // The whole domain is replaced: every other key of the file watcher's domain goes.
-    bridge::setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("1") } }),
+    m_prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("1") } }),
         domains::fileWatcher);
+    m_prefs->synchronize();
     platform::log("FileWatcher 1 in syncfile initially");
     syncFileInTablenCloud();
 }

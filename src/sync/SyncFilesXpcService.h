@@ -13,6 +13,7 @@
 // The object must be owned by a std::shared_ptr: each pass schedules the next one with a reference that keeps the
 // object alive, as the loop has no end.
 
+#include "platform/UserDefaults.h"
 #include "platform/Value.h"
 #include "sync/ChangeRecords.h"
 #include "sync/FolderScan.h"
@@ -30,7 +31,9 @@ namespace engine {
 
 class SyncFilesXpcService : public std::enable_shared_from_this<SyncFilesXpcService> {
 public:
-    SyncFilesXpcService();
+    // `standardDefaults` stands for the standard user-defaults object: the pass reads the domains and the stored
+    // table through it.
+    explicit SyncFilesXpcService(platform::UserDefaults& standardDefaults = platform::UserDefaults::standardUserDefaults());
     virtual ~SyncFilesXpcService();
     SyncFilesXpcService(const SyncFilesXpcService&) = delete;
     SyncFilesXpcService& operator=(const SyncFilesXpcService&) = delete;
@@ -105,8 +108,9 @@ private:
     std::mutex m_passMutex;
     mutable std::mutex m_fieldsMutex;
 
+    platform::UserDefaults& m_standardDefaults;
     // `prefs`: set by SyncFile; the end of a pass writes the idle status through it.
-    bool m_prefs = false;
+    platform::UserDefaults* m_prefs = nullptr;
     std::optional<platform::Value> m_korbanholdPrefs;
     std::optional<platform::Value> m_fileWatcherPrefs;
     std::optional<platform::Value> m_sharedFilePrefs;

@@ -5,7 +5,6 @@
 
 #include "platform/Log.h"
 #include "platform/Queue.h"
-#include "sync/PlatformBridge.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
@@ -53,9 +52,9 @@ void SyncFilesXpcService::runPass()
 // Steps 1 and 2: fresh snapshots of the three domains; only the status "1" lets the pass go on.
 bool SyncFilesXpcService::readDomainsAndStatus()
 {
-    auto fileWatcher = bridge::persistentDomain(domains::fileWatcher);
-    auto korbanhold = bridge::persistentDomain(domains::korbanhold);
-    auto sharedFiles = bridge::persistentDomain(domains::sharedFiles);
+    auto fileWatcher = m_standardDefaults.persistentDomainForName(domains::fileWatcher);
+    auto korbanhold = m_standardDefaults.persistentDomainForName(domains::korbanhold);
+    auto sharedFiles = m_standardDefaults.persistentDomainForName(domains::sharedFiles);
     const Value* status = fileWatcher ? fileWatcher->find(settings::fileWatcherStatus) : nullptr;
     bool busy = status && status->isString() && status->string() == "1";
     {
@@ -73,7 +72,7 @@ bool SyncFilesXpcService::readDomainsAndStatus()
 // deletion, and the table's file numbers and paths listed as they were read.
 void SyncFilesXpcService::loadTables()
 {
-    auto stored = bridge::standardObject(settings::fileWatchedData);
+    auto stored = m_standardDefaults.objectForKey(settings::fileWatchedData);
     Value storedTable = stored ? *stored : Value::array();
     std::lock_guard lock(m_fieldsMutex);
     m_changedListArray = Value::array();
@@ -143,14 +142,15 @@ void SyncFilesXpcService::finishPass()
 {
     Value changes = changedListArray();
     platform::log("Final List changed list %@", changes);
-    bool writeStatus;
+    platform::UserDefaults* prefs;
     {
         std::lock_guard lock(m_fieldsMutex);
-        writeStatus = m_prefs;
+        prefs = m_prefs;
     }
-    if (writeStatus) {
-        bridge::setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
+    if (prefs) {
+        prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
             domains::fileWatcher);
+        prefs->synchronize();
     }
     if (changes.count() != 0) {
         auto self = shared_from_this();

@@ -76,18 +76,13 @@ bool RecordingService::waitFor(const std::string& operation, std::size_t count) 
 
 SyncFixture::SyncFixture()
 {
-    std::string preferences = root.string() + "/Preferences";
-    std::filesystem::create_directories(preferences);
-    setenv("KORBANHOLD_PREFERENCES_DIR", preferences.c_str(), 1);
+    std::filesystem::create_directories(root.path() / "Preferences");
     m_home = root.string() + "/home";
     std::filesystem::create_directories(synced());
     writeSettings();
 }
 
-SyncFixture::~SyncFixture()
-{
-    unsetenv("KORBANHOLD_PREFERENCES_DIR");
-}
+SyncFixture::~SyncFixture() = default;
 
 std::string SyncFixture::fileNumber(const std::string& relative) const
 {

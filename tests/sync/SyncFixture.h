@@ -31,6 +31,8 @@ namespace synctest {
 // Records every call of the operations that talk to the server, with its arguments, in call order.
 class RecordingService : public engine::SyncFilesXpcService {
 public:
+    using SyncFilesXpcService::SyncFilesXpcService;
+
     struct Call {
         std::string operation;
         std::vector<std::string> arguments;
@@ -104,7 +106,9 @@ protected:
     testsupport::TempDir root;
     platform::TestClock clock;
     testsupport::LogCapture log;
-    std::shared_ptr<RecordingService> service = std::make_shared<RecordingService>();
+    // The service's standard defaults, in this test's own preferences folder.
+    platform::UserDefaults defaults { "Ulmaridon.SyncFilesXpcService", root.path() / "Preferences" };
+    std::shared_ptr<RecordingService> service = std::make_shared<RecordingService>(defaults);
 
 private:
     std::string m_home;
