@@ -45,33 +45,33 @@ namespace {
 }
 
 namespace {
-    constexpr std::array<std::string_view, 10> normalisedKeys {
-        keys::fileID,
-        keys::baseSystemFileID,
-        keys::baseSystemFilePath,
-        keys::remove,
-        keys::changeType,
-        keys::oldPath,
-        keys::isFile,
-        keys::fileSize,
-        keys::computerID,
-        keys::modifiedDate,
+    constexpr std::array<RecordKey, 10> normalisedKeys {
+        RecordKey::FileID,
+        RecordKey::BaseSystemFileID,
+        RecordKey::BaseSystemFilePath,
+        RecordKey::Remove,
+        RecordKey::ChangeType,
+        RecordKey::OldPath,
+        RecordKey::IsFile,
+        RecordKey::FileSize,
+        RecordKey::ComputerID,
+        RecordKey::ModifiedDate,
     };
 }
 
 Value normalisedRecord(const EntryView& entry)
 {
     Value record = Value::dictionary();
-    for (std::string_view key : normalisedKeys)
-        record.setObject(optionalOf(entry.find(key)), key);
+    for (RecordKey key : normalisedKeys)
+        record.setObject(optionalOf(entry.find(key)), nameOf(key));
     return record;
 }
 
 void requireNormalisedFields(const EntryView& entry)
 {
-    for (std::string_view key : normalisedKeys) {
+    for (RecordKey key : normalisedKeys) {
         if (!entry.find(key))
-            raiseMissingValue(key);
+            raiseMissingValue(nameOf(key));
     }
 }
 

@@ -68,15 +68,15 @@ FolderScan FolderScan::walk(const std::string& base)
             return;
         if (!attributes)
             raiseMissingValue(keys::baseSystemFileID);
-        scan.add(ScannedItem { base + "/" + relative, attributes->fileNumber, attributes->isDirectory, attributes->size,
-            attributes->modificationDate });
+        scan.add(ScannedItem { base + "/" + relative, attributes->fileNumber, 0, attributes->isDirectory,
+            attributes->size, attributes->modificationDate });
     });
     return scan;
 }
 
 void FolderScan::add(ScannedItem item)
 {
-    m_firstIndex.try_emplace(item.fileNumber, static_cast<std::uint32_t>(m_items.size()));
+    item.firstIndex = m_firstIndex.try_emplace(item.fileNumber, static_cast<std::uint32_t>(m_items.size())).first->second;
     m_items.push_back(std::move(item));
 }
 

@@ -19,6 +19,8 @@ namespace engine {
 struct ScannedItem {
     std::string path;
     std::uint64_t fileNumber = 0;
+    // The index of the first item with this file number (this item's own index unless a hard link came first).
+    std::uint32_t firstIndex = 0;
     bool isDirectory = false;
     std::uint64_t size = 0;
     double modificationDate = 0;

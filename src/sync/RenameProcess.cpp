@@ -23,36 +23,34 @@ namespace {
 void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
 {
     std::lock_guard lock(m_fieldsMutex);
-    renameItem(fileID);
-}
-
-void SyncFilesXpcService::renameItem(std::string_view fileID)
-{
-    // j: the first position of the file number in the table as the pass read it, which after a move earlier in the
-    // pass is the position of a different entry (the one that moved up); that shift is kept as it is.
     auto fileNumber = parseFileNumberText(fileID);
     auto tablePosition = fileNumber ? m_tableIndex.firstPositionOf(*fileNumber) : std::nullopt;
-    auto scanIndex = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
-    if (!tablePosition || !scanIndex)
+    auto index = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
+    if (!tablePosition || !index)
         raiseIndexBeyondBounds(notFound, m_userDefaultsArray.count());
-    std::size_t j = *tablePosition;
-    std::size_t i = *scanIndex;
+    renameItem(*tablePosition, *index);
+}
+
+// j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
+// taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
+void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
+{
     const Value* computerId = settingsComputerId();
 
     // Mark the entry as seen, so that the deletion process leaves it.
-    m_userDefaultsArray.markSeen(j, computerId ? std::optional<Value>(*computerId) : std::nullopt);
+    m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
     const ScannedItem& item = m_scan.at(i);
-    std::string itemFileNumber = fileNumberText(item.fileNumber);
-    if (!isText(entry.find(keys::baseSystemFileID), itemFileNumber))
+    if (!isText(entry.find(RecordKey::BaseSystemFileID), fileNumberText(item.fileNumber)))
         return;
 
     // Content changed only when both the size and the date texts differ; either alone is not enough.
     const std::string& newDate = m_modifiedDates.text(item.modificationDate);
     std::string newSize = fileSizeText(item.size);
-    bool contentChanged = !isText(entry.find(keys::fileSize), newSize) && !isText(entry.find(keys::modifiedDate), newDate);
+    bool contentChanged = !isText(entry.find(RecordKey::FileSize), newSize)
+        && !isText(entry.find(RecordKey::ModifiedDate), newDate);
 
-    const Value* oldPathValue = entry.find(keys::baseSystemFilePath);
+    const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
     if (!oldPathValue)
         raiseMissingValue(keys::baseSystemFilePath);
     const std::string& oldPath = oldPathValue->string();

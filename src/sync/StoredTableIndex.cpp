@@ -1,16 +1,21 @@
 #include "sync/StoredTableIndex.h"
 
 #include "sync/FolderScan.h"
-#include "sync/RecordKeys.h"
 
 namespace engine {
 
-StoredTableIndex::StoredTableIndex(platform::Value records)
-    : m_records(std::move(records))
+StoredTableIndex::StoredTableIndex()
+    : StoredTableIndex(StoredTable::normalise(platform::Value::array(), nullptr))
 {
-    const auto& elements = m_records.elements();
-    for (std::size_t position = 0; position < elements.size(); ++position) {
-        const std::string* text = elements[position].find(keys::baseSystemFileID)->stringIf();
+}
+
+StoredTableIndex::StoredTableIndex(std::shared_ptr<const StoredTable> table)
+    : m_table(std::move(table))
+{
+    const auto& entries = m_table->entries;
+    m_firstPositions.reserve(entries.size());
+    for (std::size_t position = 0; position < entries.size(); ++position) {
+        const std::string* text = EntryView(entries[position], nullptr).storedField(RecordKey::BaseSystemFileID)->stringIf();
         if (auto number = text ? parseFileNumberText(*text) : std::nullopt)
             m_firstPositions.try_emplace(*number, static_cast<std::uint32_t>(position));
     }
@@ -28,8 +33,8 @@ bool StoredTableIndex::containsPath(std::string_view path)
 {
     if (!m_pathsBuilt) {
         m_pathsBuilt = true;
-        for (const auto& record : m_records.elements()) {
-            if (const std::string* text = record.find(keys::baseSystemFilePath)->stringIf())
+        for (const auto& entry : m_table->entries) {
+            if (const std::string* text = EntryView(entry, nullptr).storedField(RecordKey::BaseSystemFilePath)->stringIf())
                 m_paths.insert(*text);
         }
     }

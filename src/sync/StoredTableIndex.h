@@ -7,12 +7,13 @@
 // path is in the list. The path set is built the first time it is asked for, since a pass in which every item is
 // known by its file number never asks.
 
-#include "platform/Value.h"
+#include "sync/WatchedTable.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -20,19 +21,19 @@ namespace engine {
 
 class StoredTableIndex {
 public:
-    StoredTableIndex() = default;
-    // `records` is the stored table that normalisation accepted: every element a dictionary with both keys.
-    explicit StoredTableIndex(platform::Value records);
+    StoredTableIndex();
+    explicit StoredTableIndex(std::shared_ptr<const StoredTable> table);
 
+    const std::shared_ptr<const StoredTable>& table() const { return m_table; }
     // The first position whose "BaseSystemFileIDKey" is the decimal text of `fileNumber`.
     std::optional<std::size_t> firstPositionOf(std::uint64_t fileNumber) const;
     bool containsPath(std::string_view path);
 
 private:
-    platform::Value m_records = platform::Value::array();
+    std::shared_ptr<const StoredTable> m_table;
     boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstPositions;
     bool m_pathsBuilt = false;
-    // Views into m_records, which this object keeps.
+    // Views into the records of m_table.
     boost::unordered_flat_set<std::string_view> m_paths;
 };
 

@@ -98,7 +98,9 @@ private:
     // The processes, with m_fieldsMutex held.
     void createItem(std::size_t index);
     void modifyItem(std::size_t index);
-    void renameItem(std::string_view fileID);
+    // `tablePosition`: the first position of the item's file number in the table as the pass read it;
+    // `index`: the first walk index of that file number.
+    void renameItem(std::size_t tablePosition, std::size_t index);
     ItemTexts textsOf(const ScannedItem& item);
     // "computerIdKey" of the settings snapshot, or null when absent; with m_fieldsMutex held.
     const platform::Value* settingsComputerId() const;

@@ -78,14 +78,22 @@ void SyncFilesXpcService::loadTables()
     m_changedListArray = Value::array();
     m_scan = FolderScan();
 
-    m_userDefaultsArray = WatchedTable::ofRecords(storedTable);
-    const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
-    m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
-    if (!m_sharedFilesArray.isArray())
-        raiseUnrecognizedSelector(m_sharedFilesArray, "count");
-
     const Value* computerId = settingsComputerId();
-    m_userDefaultsArray = WatchedTable::normalised(storedTable, computerId ? std::optional<Value>(*computerId) : std::nullopt);
+    try {
+        const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
+        m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
+        if (!m_sharedFilesArray.isArray())
+            raiseUnrecognizedSelector(m_sharedFilesArray, "count");
+        // The list the store hands out is the one the last pass normalised as long as its file did not change;
+        // then its normalisation and index are still right.
+        if (!m_tableIndex.table()->isNormalisationOf(storedTable, computerId))
+            m_tableIndex = StoredTableIndex(StoredTable::normalise(storedTable, computerId));
+    } catch (const std::exception&) {
+        // Until it is normalised the table is the stored list as it is, and so it stays when that fails.
+        m_userDefaultsArray = storedTable.isArray() ? WatchedTable::ofRecords(storedTable) : WatchedTable();
+        throw;
+    }
+    m_userDefaultsArray = WatchedTable(m_tableIndex.table());
 
     // Marking each record through the first record equal to it gives every record its own marked copy: the search
     // always meets an unmarked record equal to it, or its own marked form.
@@ -93,26 +101,27 @@ void SyncFilesXpcService::loadTables()
         m_sharedFilesArray.mutableAt(index).setObject(Value("1"), sharedKeys::deleteMark);
 
     m_tempSharedPrefArray = Value::array();
-    m_tableIndex = StoredTableIndex(storedTable);
 }
 
 // Step 9: every walked item, in walk order, goes to the process its file number and path call for.
 void SyncFilesXpcService::classifyItems()
 {
-    // The walk is only replaced by this thread, so reading it here needs no lock.
+    // The walk and the table index are only replaced by this thread, so reading them here needs no lock.
     for (std::size_t walked = 0; walked < m_scan.count(); ++walked) {
-        std::uint64_t fileNumber = m_scan.at(walked).fileNumber;
-        std::size_t index = *m_scan.firstIndexOf(fileNumber);
+        const ScannedItem& item = m_scan.at(walked);
+        std::size_t index = item.firstIndex;
         const std::string& path = m_scan.at(index).path;
-        std::string fileID = fileNumberText(fileNumber);
-        if (checkIfShared(path))
-            classifySharedItem(path, fileID);
-        else if (m_tableIndex.firstPositionOf(fileNumber))
-            performFileRenameProcess(fileID);
-        else if (m_tableIndex.containsPath(path))
+        if (checkIfShared(path)) {
+            classifySharedItem(path, fileNumberText(item.fileNumber));
+        } else if (auto tablePosition = m_tableIndex.firstPositionOf(item.fileNumber)) {
+            // performFileRenameProcess with the two positions it would look up already known.
+            std::lock_guard lock(m_fieldsMutex);
+            renameItem(*tablePosition, index);
+        } else if (m_tableIndex.containsPath(path)) {
             performFileModificationProcess(index);
-        else
+        } else {
             performFileCreationProcess(index);
+        }
     }
 }
 

@@ -9,17 +9,6 @@ using platform::Value;
 
 namespace {
 
-    constexpr std::array<std::string_view, storedFieldCount> storedKeys {
-        keys::baseSystemFileID,
-        keys::baseSystemFilePath,
-        keys::changeType,
-        keys::oldPath,
-        keys::isFile,
-        keys::fileSize,
-        keys::modifiedDate,
-        keys::fileID,
-    };
-
     const Value& fixedText(bool one)
     {
         static const Value zeroText("0"), oneText("1");
@@ -34,6 +23,56 @@ namespace {
 
 }
 
+RecordKey recordKeyOf(std::string_view key)
+{
+    auto is = [&](RecordKey candidate) { return key == nameOf(candidate) ? candidate : RecordKey::Other; };
+    switch (key.size()) {
+    case 9:
+        return key[0] == 'F' ? is(RecordKey::FileID) : key[0] == 'i' ? is(RecordKey::IsFile) : is(RecordKey::Remove);
+    case 10:
+        return is(RecordKey::OldPath);
+    case 11:
+        return is(RecordKey::FileSize);
+    case 13:
+        return key[0] == 'c' && key[1] == 'h' ? is(RecordKey::ChangeType) : is(RecordKey::ComputerID);
+    case 19:
+        return key[0] == 'B' ? is(RecordKey::BaseSystemFileID) : is(RecordKey::ModifiedDate);
+    case 21:
+        return is(RecordKey::BaseSystemFilePath);
+    default:
+        return RecordKey::Other;
+    }
+}
+
+std::string_view nameOf(RecordKey key)
+{
+    switch (key) {
+    case RecordKey::BaseSystemFileID:
+        return keys::baseSystemFileID;
+    case RecordKey::BaseSystemFilePath:
+        return keys::baseSystemFilePath;
+    case RecordKey::ChangeType:
+        return keys::changeType;
+    case RecordKey::OldPath:
+        return keys::oldPath;
+    case RecordKey::IsFile:
+        return keys::isFile;
+    case RecordKey::FileSize:
+        return keys::fileSize;
+    case RecordKey::ModifiedDate:
+        return keys::modifiedDate;
+    case RecordKey::FileID:
+        return keys::fileID;
+    case RecordKey::Remove:
+        return keys::remove;
+    case RecordKey::ComputerID:
+        return keys::computerID;
+    case RecordKey::Other:
+        break;
+    }
+    return {};
+}
+
 std::array<std::uint8_t, storedFieldCount> locateStoredFields(const Value& record)
 {
     std::array<std::uint8_t, storedFieldCount> positions;
@@ -42,51 +81,47 @@ std::array<std::uint8_t, storedFieldCount> locateStoredFields(const Value& recor
     if (entries.size() >= TableEntry::noPosition)
         return positions;
     for (std::size_t position = 0; position < entries.size(); ++position) {
-        const std::string& key = entries[position].first;
-        for (std::size_t field = 0; field < storedFieldCount; ++field) {
-            if (key == storedKeys[field]) {
-                positions[field] = static_cast<std::uint8_t>(position);
-                break;
-            }
-        }
+        auto key = static_cast<std::size_t>(recordKeyOf(entries[position].first));
+        if (key < storedFieldCount)
+            positions[key] = static_cast<std::uint8_t>(position);
     }
     return positions;
 }
 
-const Value* EntryView::storedField(StoredField field) const
+const Value* EntryView::storedField(RecordKey field) const
 {
-    auto index = static_cast<std::size_t>(field);
-    std::uint8_t position = m_entry->positions[index];
+    std::uint8_t position = m_entry->positions[static_cast<std::size_t>(field)];
     if (position != TableEntry::noPosition)
-        return &m_entry->record.entries()[position].second;
-    if (m_entry->record.count() >= TableEntry::noPosition)
-        return m_entry->record.find(storedKeys[index]);
+        return &m_entry->record->entries()[position].second;
+    if (m_entry->record->count() >= TableEntry::noPosition)
+        return m_entry->record->find(nameOf(field));
     return nullptr;
 }
 
-const Value* EntryView::find(std::string_view key) const
+const Value* EntryView::find(RecordKey key, std::string_view name) const
 {
     if (m_entry->form == EntryForm::Built || m_entry->form == EntryForm::Removed)
-        return m_entry->record.find(key);
-    if (key == keys::remove)
+        return m_entry->record->find(key == RecordKey::Other ? name : nameOf(key));
+    switch (key) {
+    case RecordKey::Remove:
         return &fixedText(m_entry->form == EntryForm::Unseen);
-    if (key == keys::computerID)
+    case RecordKey::ComputerID:
         return m_computerId;
-    if (key == keys::fileID) {
+    case RecordKey::FileID: {
         // Normalisation let only a missing "FileIDKey" through besides strings; it reads as the empty string.
-        const Value* fileID = storedField(StoredField::FileID);
+        const Value* fileID = storedField(RecordKey::FileID);
         return fileID ? fileID : &emptyText();
     }
-    for (std::size_t field = 0; field < storedFieldCount; ++field) {
-        if (key == storedKeys[field])
-            return storedField(static_cast<StoredField>(field));
+    case RecordKey::Other:
+        return nullptr;
+    default:
+        return storedField(key);
     }
-    return nullptr;
 }
 
 bool EntryView::isMarkedForRemoval() const
 {
-    const Value* mark = find(keys::remove);
+    const Value* mark = find(RecordKey::Remove);
     const std::string* text = mark ? mark->stringIf() : nullptr;
     return text && *text == "1";
 }
@@ -102,7 +137,7 @@ Value EntryView::record() const
     case EntryForm::Removed:
         break;
     }
-    return m_entry->record;
+    return *m_entry->record;
 }
 
 }

@@ -10,36 +10,63 @@ namespace engine {
 
 using platform::Value;
 
-WatchedTable WatchedTable::normalised(const Value& records, const std::optional<Value>& computerId)
+std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const Value* computerId)
 {
-    WatchedTable table;
-    table.m_computerId = computerId;
-    const auto& elements = records.elements();
-    table.m_entries.reserve(elements.size());
+    auto table = std::make_shared<StoredTable>();
+    table->records = std::move(records);
+    if (computerId)
+        table->computerId = *computerId;
+    const auto& elements = table->records.elements();
+    table->entries.reserve(elements.size());
     for (const Value& record : elements) {
-        TableEntry entry { record, EntryForm::Unseen, locateStoredFields(record) };
-        EntryView view(entry, computerId ? &*computerId : nullptr);
+        TableEntry entry { &record, EntryForm::Unseen, locateStoredFields(record) };
+        EntryView view(entry, computerId);
         // The file ID is compared with the empty string before it is tested for the null object, so anything but a
         // string (the null object too) raises here; a missing one becomes the empty string.
-        if (const Value* fileID = record.find(keys::fileID); fileID && !fileID->isString()) {
+        if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
             raiseUnrecognizedSelector(*fileID, "isEqualToString:");
-        }
         requireNormalisedFields(view);
-        table.m_entries.push_back(std::move(entry));
+        table->entries.push_back(entry);
     }
-    table.m_positions.reset(table.m_entries.size());
     return table;
 }
 
-WatchedTable WatchedTable::ofRecords(const Value& records)
+bool StoredTable::isNormalisationOf(const Value& storedRecords, const Value* otherComputerId) const
 {
-    WatchedTable table;
-    const auto& elements = records.elements();
-    table.m_entries.reserve(elements.size());
+    // The store hands out lists that share their storage with its cache; a list this table keeps cannot be
+    // changed (changing a shared list copies it first), so the same storage means the same records.
+    bool sameList = storedRecords.isArray() && &storedRecords.elements() == &records.elements();
+    bool sameComputerId = (otherComputerId != nullptr) == computerId.has_value()
+        && (!otherComputerId || *otherComputerId == *computerId);
+    return sameList && sameComputerId;
+}
+
+WatchedTable::WatchedTable()
+    : WatchedTable(ofRecords(Value::array()))
+{
+}
+
+WatchedTable::WatchedTable(std::shared_ptr<const StoredTable> stored)
+    : m_stored(std::move(stored))
+    , m_entries(m_stored->entries)
+{
+    m_positions.reset(m_entries.size());
+}
+
+WatchedTable WatchedTable::ofRecords(Value records)
+{
+    auto stored = std::make_shared<StoredTable>();
+    stored->records = std::move(records);
+    const auto& elements = stored->records.elements();
+    stored->entries.reserve(elements.size());
     for (const Value& record : elements)
-        table.m_entries.push_back(TableEntry { record, EntryForm::Built, {} });
-    table.m_positions.reset(table.m_entries.size());
-    return table;
+        stored->entries.push_back(TableEntry { &record, EntryForm::Built, {} });
+    return WatchedTable(std::move(stored));
+}
+
+const Value* WatchedTable::keep(Value record)
+{
+    return &m_built.emplace_back(std::move(record));
 }
 
 std::size_t WatchedTable::checkedSlot(std::size_t position) const
@@ -51,7 +78,8 @@ std::size_t WatchedTable::checkedSlot(std::size_t position) const
 
 EntryView WatchedTable::viewOfSlot(std::size_t slot) const
 {
-    return EntryView(m_entries[slot], m_computerId ? &*m_computerId : nullptr);
+    const auto& computerId = m_stored->computerId;
+    return EntryView(m_entries[slot], computerId ? &*computerId : nullptr);
 }
 
 EntryView WatchedTable::at(std::size_t position) const
@@ -59,17 +87,19 @@ EntryView WatchedTable::at(std::size_t position) const
     return viewOfSlot(checkedSlot(position));
 }
 
-void WatchedTable::markSeen(std::size_t position, const std::optional<Value>& computerId)
+void WatchedTable::markSeen(std::size_t position, const Value* computerId)
 {
     std::size_t slot = checkedSlot(position);
     TableEntry& entry = m_entries[slot];
-    bool sameComputerId = computerId.has_value() == m_computerId.has_value() && (!computerId || *computerId == *m_computerId);
+    const auto& tableComputerId = m_stored->computerId;
+    bool sameComputerId = (computerId != nullptr) == tableComputerId.has_value()
+        && (!computerId || *computerId == *tableComputerId);
     if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && sameComputerId) {
         entry.form = EntryForm::Seen;
         return;
     }
     // The path stays the same, so the path index needs no change.
-    entry.record = seenRecord(viewOfSlot(slot), computerId ? &*computerId : nullptr);
+    entry.record = keep(seenRecord(viewOfSlot(slot), computerId));
     entry.form = EntryForm::Built;
 }
 
@@ -77,13 +107,13 @@ void WatchedTable::replace(std::size_t position, Value record)
 {
     std::size_t slot = checkedSlot(position);
     unindexPath(slot);
-    m_entries[slot] = TableEntry { std::move(record), EntryForm::Built, {} };
+    m_entries[slot] = TableEntry { keep(std::move(record)), EntryForm::Built, {} };
     indexPath(slot);
 }
 
 void WatchedTable::append(Value record)
 {
-    m_entries.push_back(TableEntry { std::move(record), EntryForm::Built, {} });
+    m_entries.push_back(TableEntry { keep(std::move(record)), EntryForm::Built, {} });
     m_positions.append();
     indexPath(m_entries.size() - 1);
 }
@@ -93,7 +123,7 @@ void WatchedTable::remove(std::size_t position)
     std::size_t slot = checkedSlot(position);
     unindexPath(slot);
     m_positions.remove(slot);
-    m_entries[slot] = TableEntry { Value(), EntryForm::Removed, {} };
+    m_entries[slot] = TableEntry { nullptr, EntryForm::Removed, {} };
 }
 
 const std::string* WatchedTable::pathOfSlot(std::size_t slot) const
@@ -167,7 +197,7 @@ void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&
     // since an entry equal to a marked one carries the mark too.
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form != EntryForm::Removed && !viewOfSlot(slot).isMarkedForRemoval())
-            kept.push_back(std::move(m_entries[slot]));
+            kept.push_back(m_entries[slot]);
     }
     m_entries = std::move(kept);
     m_positions.reset(m_entries.size());
@@ -179,17 +209,11 @@ Value WatchedTable::records() const
 {
     platform::Array records;
     records.reserve(count());
-    forEach([&](std::size_t, const EntryView& entry) { records.push_back(entry.record()); });
-    return Value::arrayOf(std::move(records));
-}
-
-void WatchedTable::forEach(const std::function<void(std::size_t position, const EntryView&)>& visit) const
-{
-    std::size_t position = 0;
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form != EntryForm::Removed)
-            visit(position++, viewOfSlot(slot));
+            records.push_back(viewOfSlot(slot).record());
     }
+    return Value::arrayOf(std::move(records));
 }
 
 }

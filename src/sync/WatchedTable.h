@@ -16,7 +16,9 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,23 +26,36 @@
 
 namespace engine {
 
+// The table as a pass read it from the store, normalised. It never changes, so passes that read the same stored
+// list (the store hands out the same list while its file is unchanged) share it instead of normalising again.
+struct StoredTable {
+    // The records as stored; the entries point into it.
+    platform::Value records;
+    // The "computerIDKey" of the normalised records.
+    std::optional<platform::Value> computerId;
+    std::vector<TableEntry> entries;
+
+    // Each record of `records` normalised as the pass does it, in order: a record that is not a dictionary, lacks a
+    // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
+    // absent `computerId` (at the first record). `records` must be an array.
+    static std::shared_ptr<const StoredTable> normalise(platform::Value records, const platform::Value* computerId);
+    // True when this is the normalisation of this very list (not only an equal one) with this computer identifier.
+    bool isNormalisationOf(const platform::Value& storedRecords, const platform::Value* computerId) const;
+};
+
 class WatchedTable {
 public:
-    WatchedTable() = default;
-
-    // The stored records, each normalised as the pass does it, in order: a record that is not a dictionary, lacks a
-    // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
-    // absent `computerId` (for the first record). `records` must be an array.
-    static WatchedTable normalised(const platform::Value& records, const std::optional<platform::Value>& computerId);
+    WatchedTable();
+    explicit WatchedTable(std::shared_ptr<const StoredTable> stored);
     // The records as they are (all Built): the table before normalisation, or a table given through the property.
-    static WatchedTable ofRecords(const platform::Value& records);
+    static WatchedTable ofRecords(platform::Value records);
 
     std::size_t count() const { return m_positions.count(); }
     // The entry at `position`; raises NSRangeException at or beyond count().
     EntryView at(std::size_t position) const;
 
     // Replaces the entry at `position` by the refreshed record the rename process makes of it.
-    void markSeen(std::size_t position, const std::optional<platform::Value>& computerId);
+    void markSeen(std::size_t position, const platform::Value* computerId);
     void replace(std::size_t position, platform::Value record);
     void append(platform::Value record);
     void remove(std::size_t position);
@@ -54,8 +69,6 @@ public:
 
     // The table as a list of records.
     platform::Value records() const;
-    // Calls `visit` for every live entry in order, with its position.
-    void forEach(const std::function<void(std::size_t position, const EntryView&)>& visit) const;
 
 private:
     using Slots = std::vector<std::uint32_t>;
@@ -67,14 +80,16 @@ private:
     std::size_t checkedSlot(std::size_t position) const;
     EntryView viewOfSlot(std::size_t slot) const;
     const std::string* pathOfSlot(std::size_t slot) const;
+    // A record of this pass, kept where the entries can point to it.
+    const platform::Value* keep(platform::Value record);
     void unindexPath(std::size_t slot);
     void indexPath(std::size_t slot);
     void buildPathIndex();
 
+    std::shared_ptr<const StoredTable> m_stored;
+    std::deque<platform::Value> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;
-    // The "computerIDKey" of the normalised entries.
-    std::optional<platform::Value> m_computerId;
     bool m_pathIndexBuilt = false;
     boost::unordered_flat_map<std::string, Slots, PathHash, std::equal_to<>> m_slotsByPath;
 };

@@ -106,3 +106,62 @@ TEST_F(ServiceState, MissingComputerIdWithAnEmptyTableEndsThePassAtTheFirstCreat
 }
 
 }
+
+namespace {
+
+class StoredTableReuse : public synctest::SyncFixture { };
+
+TEST_F(StoredTableReuse, UnchangedStoredTableGivesTheSameRecordsPassAfterPass)
+{
+    writeFile("a.txt", "a");
+    writeFile("b.txt", "b");
+    firstPass();
+    acceptReport();
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u);
+    // The stored table is the same as in the pass before; the changes are found against it all the same.
+    sh("mv b.txt c.txt");
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Renamed b.txt -> c.txt" }));
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Renamed b.txt -> c.txt" }));
+}
+
+TEST_F(StoredTableReuse, NewComputerIdReachesTheRecordsOfAnUnchangedStoredTable)
+{
+    writeFile("a.txt", "a");
+    firstPass();
+    acceptReport();
+    nextPass();
+    writeSettings({ { "computerIdKey", Value("C-8") } });
+    sh("rm a.txt");
+    nextPass();
+    ASSERT_EQ(summary(changes()), (Lines { "Deleted a.txt" }));
+    EXPECT_EQ(text(changes().at(0), "computerIDKey"), "C-8");
+}
+
+TEST_F(StoredTableReuse, StoredTableWrittenAgainIsReadAgain)
+{
+    writeFile("a.txt", "a");
+    firstPass();
+    acceptReport();
+    nextPass();
+    Value stored = *storedTable();
+    stored.mutableAt(0).setObject(Value("S-other"), "FileIDKey");
+    storeTable(stored);
+    sh("mv a.txt b.txt");
+    nextPass();
+    ASSERT_EQ(summary(changes()), (Lines { "Renamed a.txt -> b.txt" }));
+    EXPECT_EQ(text(changes().at(0), "FileIDKey"), "S-other");
+}
+
+TEST_F(StoredTableReuse, FailedNormalisationLeavesTheStoredListAsTheTable)
+{
+    Value broken = record({ { "BaseSystemFileIDKey", "18446744073709551014" }, { "BaseSystemFilePathKey", path("x") } });
+    storeTable(Value::array({ broken }));
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 1u);
+    EXPECT_EQ(table(), Value::array({ broken }));
+}
+
+}
