@@ -1,7 +1,7 @@
 #include "sync/FolderScan.h"
 
 #include "platform/Log.h"
-#include "sync/PlatformBridge.h"
+#include "platform/FileManager.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
@@ -59,18 +59,26 @@ std::optional<std::uint64_t> parseFileNumberText(std::string_view text)
 FolderScan FolderScan::walk(const std::string& base)
 {
     FolderScan scan;
-    bridge::enumerate(base, [&](const std::string& relative, const std::optional<bridge::Attributes>& attributes) {
+    return fromItems(base, platform::FileManager::subpathsAtPath(base));
+}
+
+FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::DirectoryItem> items)
+{
+    FolderScan scan;
+    scan.m_items.reserve(items.size());
+    scan.m_firstIndex.reserve(items.size());
+    for (auto& [relative, attributes] : items) {
         if (hasIllegalCharacters(relative)) {
             platform::log("This string contains illegal characters");
-            return;
+            continue;
         }
         if (lastComponent(relative) == ".DS_Store")
-            return;
+            continue;
         if (!attributes)
             raiseMissingValue(keys::baseSystemFileID);
-        scan.add(ScannedItem { base + "/" + relative, attributes->fileNumber, 0, attributes->isDirectory,
-            attributes->size, attributes->modificationDate });
-    });
+        scan.add(ScannedItem { base + "/" + relative, attributes->fileNumber, 0,
+            attributes->type == platform::FileType::Directory, attributes->size, attributes->modificationDate });
+    }
     return scan;
 }
 

@@ -4,6 +4,7 @@
 // order, with the attributes read while walking. It stands for the three lists the walk fills side by side
 // (`korbanholdArray`, `tempFinderArray` and the folder path list): index i of each describes item i.
 
+#include "platform/FileManager.h"
 #include "platform/Value.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
@@ -45,6 +46,8 @@ public:
     // skipped, an item named ".DS_Store" is skipped silently, and an item whose attributes cannot be read (it
     // vanished after it was listed) raises, as storing its absent file number does.
     static FolderScan walk(const std::string& base);
+    // The same over the items of an enumeration of `base`, in their order.
+    static FolderScan fromItems(const std::string& base, std::vector<platform::DirectoryItem> items);
 
     std::size_t count() const { return m_items.size(); }
     // Raises NSRangeException beyond the end.

@@ -1,6 +1,6 @@
 #include "sync/RecordValues.h"
 
-#include "sync/PlatformBridge.h"
+#include "platform/DateFormat.h"
 
 #include <cmath>
 #include <cstdint>
@@ -34,7 +34,7 @@ const std::string& ModifiedDateTexts::text(double secondsSince1970)
     auto second = static_cast<std::int64_t>(std::floor(secondsSince1970));
     auto found = m_bySecond.find(second);
     if (found == m_bySecond.end())
-        found = m_bySecond.emplace(second, bridge::formatRecordDate(static_cast<double>(second))).first;
+        found = m_bySecond.emplace(second, platform::formatDate(static_cast<double>(second), platform::recordDatePattern)).first;
     return found->second;
 }
 

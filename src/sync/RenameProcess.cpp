@@ -4,7 +4,7 @@
 #include "sync/SyncFilesXpcService.h"
 
 #include "sync/PathText.h"
-#include "sync/PlatformBridge.h"
+#include "platform/FileManager.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
@@ -58,7 +58,7 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
     bool sameName = lastPathComponent(oldPath) == lastPathComponent(item.path);
 
     if (sameFolder && sameName) {
-        if (contentChanged && bridge::fileExists(oldPath))
+        if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))
             modifyItem(i);
         return;
     }

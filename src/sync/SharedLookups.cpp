@@ -5,7 +5,9 @@
 
 #include "platform/Log.h"
 #include "sync/PathText.h"
-#include "sync/PlatformBridge.h"
+#include "platform/DateFormat.h"
+#include "platform/FileManager.h"
+#include "util/ServicesUtilities.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
@@ -74,7 +76,7 @@ bool SyncFilesXpcService::checkIfShared(const std::string& path) const
     if (!containsIgnoringCase(name, "(Shared)"))
         return false;
     // Before 10.10 the test ignores case; from 10.10 on it does not.
-    return bridge::isLessThan10_10() || name.find("(Shared)") != std::string_view::npos;
+    return util::ServicesUtilities::isLessThan10_10() || name.find("(Shared)") != std::string_view::npos;
 }
 
 bool SyncFilesXpcService::checkIfOwnerActive(const std::string& path) const
@@ -107,11 +109,11 @@ std::string SyncFilesXpcService::getFullPath(const std::string& path) const
         platform::Exception::raiseInvalidArgument("*** -[NSString stringByReplacingOccurrencesOfString:withString:]: nil argument");
     std::string serverPath = replacingAll(replacingAll(path, topLevelPath, owner->string()), "/", "\\");
 
-    auto attributes = bridge::attributesOfItem(path);
-    std::string_view isFile = attributes && !attributes->isDirectory ? "1" : "0";
+    auto attributes = platform::FileManager::attributesOfItemAtPath(path);
+    std::string_view isFile = attributes && attributes->type != platform::FileType::Directory ? "1" : "0";
     std::string size = fileSizeText(attributes ? attributes->size : 0);
     auto now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
-    return platform::format("%@*%@*%@*%@*%@", "1", serverPath, size, bridge::formatFullPathTime(now), isFile);
+    return platform::format("%@*%@*%@*%@*%@", "1", serverPath, size, platform::formatDate(now, platform::errorReportDatePattern), isFile);
 }
 
 }

@@ -97,3 +97,47 @@ TEST(PathText, TopLevelItemPathTakesAsManyPartsAsTheSyncedFolderHas)
 }
 
 }
+
+namespace {
+
+TEST(FolderWalk, ItemWithoutAttributesRaisesAsStoringItsAbsentFileNumberDoes)
+{
+    std::vector<platform::DirectoryItem> items {
+        { "a.txt", platform::FileAttributes { 11, platform::FileType::Regular, 1, 0 } },
+        { "b.txt", std::nullopt },
+    };
+    try {
+        engine::FolderScan::fromItems("/base", std::move(items));
+        FAIL() << "no exception";
+    } catch (const platform::Exception& exception) {
+        EXPECT_EQ(exception.reason(), "*** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: BaseSystemFileIDKey)");
+    }
+}
+
+TEST(FolderWalk, SkippedNamesNeedNoAttributes)
+{
+    std::vector<platform::DirectoryItem> items {
+        { "a#.txt", std::nullopt },
+        { ".DS_Store", std::nullopt },
+        { "x/.DS_Store", std::nullopt },
+        { "b.txt", platform::FileAttributes { 12, platform::FileType::Regular, 1, 0 } },
+    };
+    auto scan = engine::FolderScan::fromItems("/base", std::move(items));
+    ASSERT_EQ(scan.count(), 1u);
+    EXPECT_EQ(scan.at(0).path, "/base/b.txt");
+}
+
+TEST(FolderWalk, ItemsSharingAFileNumberPointToTheFirst)
+{
+    std::vector<platform::DirectoryItem> items {
+        { "a", platform::FileAttributes { 7, platform::FileType::Regular, 1, 0 } },
+        { "b", platform::FileAttributes { 8, platform::FileType::Directory, 1, 0 } },
+        { "c", platform::FileAttributes { 7, platform::FileType::Regular, 1, 0 } },
+    };
+    auto scan = engine::FolderScan::fromItems("/base", std::move(items));
+    EXPECT_EQ(scan.at(2).firstIndex, 0u);
+    EXPECT_EQ(scan.at(1).firstIndex, 1u);
+    EXPECT_EQ(*scan.firstIndexOf(7), 0u);
+}
+
+}
