@@ -41,21 +41,25 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
     m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
     const ScannedItem& item = m_scan.at(i);
-    if (!isText(entry.find(RecordKey::BaseSystemFileID), fileNumberText(item.fileNumber)))
+    // The texts are equal exactly when the entry's text is the walk's decimal text of this file number.
+    if (entry.fileNumber() != item.fileNumber)
         return;
 
     // Content changed only when both the size and the date texts differ; either alone is not enough.
-    const std::string& newDate = m_modifiedDates.text(item.modificationDate);
-    std::string newSize = fileSizeText(item.size);
-    bool contentChanged = !isText(entry.find(RecordKey::FileSize), newSize)
-        && !isText(entry.find(RecordKey::ModifiedDate), newDate);
+    bool contentChanged = entry.kilobytes() != fileSizeKilobytes(item.size)
+        && !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
 
-    const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
-    if (!oldPathValue)
-        raiseMissingValue(keys::baseSystemFilePath);
-    const std::string& oldPath = oldPathValue->string();
-    bool sameFolder = deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
-    bool sameName = lastPathComponent(oldPath) == lastPathComponent(item.path);
+    const std::string* oldPathText = entry.pathText();
+    if (!oldPathText) {
+        const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
+        if (!oldPathValue)
+            raiseMissingValue(keys::baseSystemFilePath);
+        oldPathText = &oldPathValue->string(); // raises: a path operation on what is not a string
+    }
+    const std::string& oldPath = *oldPathText;
+    bool samePath = oldPath == item.path;
+    bool sameFolder = samePath || deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
+    bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(item.path);
 
     if (sameFolder && sameName) {
         if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))

@@ -102,6 +102,19 @@ private:
     // `index`: the first walk index of that file number.
     void renameItem(std::size_t tablePosition, std::size_t index);
     ItemTexts textsOf(const ScannedItem& item);
+    template<typename Field>
+    Field readLocked(const Field& field) const
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        return field;
+    }
+    template<typename Field>
+    void writeLocked(Field& field, Field value)
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        field = std::move(value);
+    }
+
     // "computerIdKey" of the settings snapshot, or null when absent; with m_fieldsMutex held.
     const platform::Value* settingsComputerId() const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".

@@ -5,11 +5,7 @@
 #include <thread>
 
 using platform::Value;
-using synctest::entryWithPath;
-using synctest::keysOf;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 
