@@ -107,13 +107,15 @@ void SyncFilesXpcService::loadTables()
 void SyncFilesXpcService::classifyItems()
 {
     // The walk and the table index are only replaced by this thread, so reading them here needs no lock.
+    std::size_t likelyTablePosition = 0;
     for (std::size_t walked = 0; walked < m_scan.count(); ++walked) {
         const ScannedItem& item = m_scan.at(walked);
         std::size_t index = item.firstIndex;
         const std::string& path = m_scan.at(index).path;
         if (checkIfShared(path)) {
             classifySharedItem(path, fileNumberText(item.fileNumber));
-        } else if (auto tablePosition = m_tableIndex.firstPositionOf(item.fileNumber)) {
+        } else if (auto tablePosition = m_tableIndex.firstPositionOf(item.fileNumber, likelyTablePosition)) {
+            likelyTablePosition = *tablePosition + 1;
             // performFileRenameProcess with the two positions it would look up already known.
             std::lock_guard lock(m_fieldsMutex);
             renameItem(*tablePosition, index);
@@ -151,12 +153,7 @@ void SyncFilesXpcService::finishPass()
 {
     Value changes = changedListArray();
     platform::log("Final List changed list %@", changes);
-    platform::UserDefaults* prefs;
-    {
-        std::lock_guard lock(m_fieldsMutex);
-        prefs = m_prefs;
-    }
-    if (prefs) {
+    if (platform::UserDefaults* prefs = readLocked(m_prefs)) {
         prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
             domains::fileWatcher);
         prefs->synchronize();
