@@ -28,19 +28,19 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
     auto index = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
     if (!tablePosition || !index)
         raiseIndexBeyondBounds(notFound, m_userDefaultsArray.count());
-    renameItem(*tablePosition, *index);
+    renameItem(*tablePosition, *index, m_scan.pathAt(*index));
 }
 
 // j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
 // taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
-void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
+void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::string& path)
 {
     const Value* computerId = settingsComputerId();
 
     // Mark the entry as seen, so that the deletion process leaves it.
     m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
-    const ScannedItem& item = m_scan.at(i);
+    const platform::FileAttributes& item = m_scan.attributesAt(i);
     // The texts are equal exactly when the entry's text is the walk's decimal text of this file number.
     if (entry.fileNumber() != item.fileNumber)
         return;
@@ -57,9 +57,9 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
         oldPathText = &oldPathValue->string(); // raises: a path operation on what is not a string
     }
     const std::string& oldPath = *oldPathText;
-    bool samePath = oldPath == item.path;
-    bool sameFolder = samePath || deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
-    bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(item.path);
+    bool samePath = oldPath == path;
+    bool sameFolder = samePath || deletingLastPathComponent(oldPath) == deletingLastPathComponent(path);
+    bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
         if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))
@@ -67,7 +67,7 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
         return;
     }
     if (sameFolder) {
-        Value record = renamedRecord(entry, Value(item.path), computerId);
+        Value record = renamedRecord(entry, Value(path), computerId);
         m_userDefaultsArray.replace(j, record);
         m_changedListArray.append(std::move(record));
         return;

@@ -99,9 +99,10 @@ private:
     void createItem(std::size_t index);
     void modifyItem(std::size_t index);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;
-    // `index`: the first walk index of that file number.
-    void renameItem(std::size_t tablePosition, std::size_t index);
-    ItemTexts textsOf(const ScannedItem& item);
+    // `index`: the first walk index of that file number, whose full path is `path`.
+    void renameItem(std::size_t tablePosition, std::size_t index, const std::string& path);
+    // The texts of walk item `index` as the processes put them into records.
+    ItemTexts textsOf(std::size_t index);
     template<typename Field>
     Field readLocked(const Field& field) const
     {

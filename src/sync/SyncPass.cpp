@@ -108,17 +108,18 @@ void SyncFilesXpcService::classifyItems()
 {
     // The walk and the table index are only replaced by this thread, so reading them here needs no lock.
     std::size_t likelyTablePosition = 0;
+    std::string path;
     for (std::size_t walked = 0; walked < m_scan.count(); ++walked) {
-        const ScannedItem& item = m_scan.at(walked);
-        std::size_t index = item.firstIndex;
-        const std::string& path = m_scan.at(index).path;
+        std::uint64_t fileNumber = m_scan.attributesAt(walked).fileNumber;
+        std::size_t index = m_scan.firstIndexAt(walked);
+        m_scan.writePathAt(index, path);
         if (checkIfShared(path)) {
-            classifySharedItem(path, fileNumberText(item.fileNumber));
-        } else if (auto tablePosition = m_tableIndex.firstPositionOf(item.fileNumber, likelyTablePosition)) {
+            classifySharedItem(path, fileNumberText(fileNumber));
+        } else if (auto tablePosition = m_tableIndex.firstPositionOf(fileNumber, likelyTablePosition)) {
             likelyTablePosition = *tablePosition + 1;
             // performFileRenameProcess with the two positions it would look up already known.
             std::lock_guard lock(m_fieldsMutex);
-            renameItem(*tablePosition, index);
+            renameItem(*tablePosition, index, path);
         } else if (m_tableIndex.containsPath(path)) {
             performFileModificationProcess(index);
         } else {
