@@ -49,20 +49,19 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     bool contentChanged = entry.kilobytes() != fileSizeKilobytes(item.size)
         && !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
 
-    const std::string* oldPathText = entry.pathText();
-    if (!oldPathText) {
+    std::string_view oldPath = entry.pathText();
+    if (!oldPath.data()) {
         const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
         if (!oldPathValue)
             raiseMissingValue(keys::baseSystemFilePath);
-        oldPathText = &oldPathValue->string(); // raises: a path operation on what is not a string
+        oldPathValue->string(); // raises: a path operation on what is not a string
     }
-    const std::string& oldPath = *oldPathText;
     bool samePath = oldPath == path;
     bool sameFolder = samePath || deletingLastPathComponent(oldPath) == deletingLastPathComponent(path);
     bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
-        if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))
+        if (contentChanged && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
             modifyItem(i);
         return;
     }

@@ -37,8 +37,8 @@ bool StoredTableIndex::containsPath(std::string_view path)
     if (!m_pathsBuilt) {
         m_pathsBuilt = true;
         for (const auto& entry : m_table->entries) {
-            if (entry.path)
-                m_paths.insert(*entry.path);
+            if (entry.path.data())
+                m_paths.insert(entry.path);
         }
     }
     return m_paths.contains(path);

@@ -144,7 +144,8 @@ TableEntry TableEntry::of(const Value* record, EntryForm form)
         entry.hasKilobytes = parsed.has_value();
         entry.kilobytes = parsed.value_or(0);
     }
-    entry.path = textOf(RecordKey::BaseSystemFilePath);
+    if (const std::string* path = textOf(RecordKey::BaseSystemFilePath))
+        entry.path = *path;
     return entry;
 }
 

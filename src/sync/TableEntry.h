@@ -50,9 +50,9 @@ struct TableEntry {
     // The stored record (Unseen, Seen) or the record itself (Built); null for Removed.
     const platform::Value* record = nullptr;
     // Read once from the record for the comparisons the rename process makes for every item: the path when it is
-    // a string, the file number when "BaseSystemFileIDKey" is the walk's text of one, the kilobytes when
-    // "fileSizeKey" is a "%d" text.
-    const std::string* path = nullptr;
+    // a string (a view with a null data pointer when it is not), the file number when "BaseSystemFileIDKey" is the
+    // walk's text of one, the kilobytes when "fileSizeKey" is a "%d" text.
+    std::string_view path;
     std::uint64_t fileNumber = 0;
     std::int32_t kilobytes = 0;
     bool hasFileNumber = false;
@@ -86,7 +86,8 @@ public:
     // The facts of TableEntry: equal to the walk's file number text, to a "%d" size text, the path text.
     std::optional<std::uint64_t> fileNumber() const;
     std::optional<std::int32_t> kilobytes() const;
-    const std::string* pathText() const { return m_entry->path; }
+    // The path text; a null data pointer when "BaseSystemFilePathKey" is missing or not a string.
+    std::string_view pathText() const { return m_entry->path; }
     // True when the record's "removeKey" is the string "1": the entry was not found by this pass.
     bool isMarkedForRemoval() const;
     // The whole record, with the key order of the operation that made it.

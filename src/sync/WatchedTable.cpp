@@ -28,6 +28,17 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
         requireNormalisedFields(view);
         table->entries.push_back(entry);
     }
+    std::size_t length = 0;
+    for (const auto& entry : table->entries)
+        length += entry.path.size();
+    table->paths.reserve(length);
+    for (auto& entry : table->entries) {
+        if (entry.path.data()) {
+            std::size_t start = table->paths.size();
+            table->paths += entry.path;
+            entry.path = std::string_view(table->paths).substr(start, entry.path.size());
+        }
+    }
     return table;
 }
 
@@ -126,7 +137,7 @@ void WatchedTable::remove(std::size_t position)
     m_entries[slot].form = EntryForm::Removed;
 }
 
-const std::string* WatchedTable::pathOfSlot(std::size_t slot) const
+std::string_view WatchedTable::pathOfSlot(std::size_t slot) const
 {
     return m_entries[slot].path;
 }
@@ -135,8 +146,8 @@ void WatchedTable::indexPath(std::size_t slot)
 {
     if (!m_pathIndexBuilt)
         return;
-    if (const std::string* path = pathOfSlot(slot)) {
-        Slots& slots = m_slotsByPath[*path];
+    if (std::string_view path = pathOfSlot(slot); path.data()) {
+        Slots& slots = m_slotsByPath[std::string(path)];
         slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
     }
 }
@@ -145,8 +156,8 @@ void WatchedTable::unindexPath(std::size_t slot)
 {
     if (!m_pathIndexBuilt)
         return;
-    if (const std::string* path = pathOfSlot(slot)) {
-        auto found = m_slotsByPath.find(*path);
+    if (std::string_view path = pathOfSlot(slot); path.data()) {
+        auto found = m_slotsByPath.find(path);
         if (found == m_slotsByPath.end())
             return;
         Slots& slots = found->second;
@@ -162,8 +173,8 @@ void WatchedTable::buildPathIndex()
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form == EntryForm::Removed)
             continue;
-        if (const std::string* path = pathOfSlot(slot))
-            m_slotsByPath[*path].push_back(static_cast<std::uint32_t>(slot));
+        if (std::string_view path = pathOfSlot(slot); path.data())
+            m_slotsByPath[std::string(path)].push_back(static_cast<std::uint32_t>(slot));
     }
 }
 
