@@ -7,7 +7,8 @@
 //
 // Threads: passes of one object never overlap (a pass holds the pass lock from its first step to its last); the
 // batch report and the completions of server requests run on other threads while later passes run, so every field
-// is read and written under the fields lock. Each process takes that lock for its own duration, and the operations
+// is written under the fields lock and read under it by every other thread (the pass reads what only it writes, the
+// walk and the table index, without it). Each process takes that lock for its own duration, and the operations
 // that talk to the server are called without it, so that they can use the accessors.
 //
 // The object must be owned by a std::shared_ptr: each pass schedules the next one with a reference that keeps the

@@ -80,6 +80,7 @@ void SyncFilesXpcService::loadTables()
 
     const Value* computerId = settingsComputerId();
     try {
+        // A domain without a shared-file list gives an empty one: no record matches anything in it either way.
         const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
         m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
         if (!m_sharedFilesArray.isArray())

@@ -158,6 +158,18 @@ TEST_F(SyncPass, EmptyChangeListWritesTheIdleStatusAndStartsNoBatchReport)
     EXPECT_EQ(service->countOf("SyncFilesWithTableAndCloudProcess"), 0u);
 }
 
+TEST_F(SyncPass, IdleStatusIsWrittenThroughTheDefaultsThatSyncFileSet)
+{
+    // The end of a pass writes the status through `prefs`, which only SyncFile sets: a pass run on an object whose
+    // SyncFile was never called leaves the status as it found it.
+    raiseStatus("1");
+    service->syncFileInTablenCloud();
+    EXPECT_EQ(log.countStartingWith("Final List changed list"), 1u);
+    EXPECT_EQ(status(), Value("1"));
+    service->SyncFile();
+    EXPECT_EQ(status(), Value("0"));
+}
+
 TEST_F(SyncPass, ChangeListIsLoggedAndHandedToTheBatchReportAfterTheIdleStatus)
 {
     writeFile("a.txt", "a");
