@@ -1,0 +1,146 @@
+#include "sync/FolderScan.h"
+
+#include "platform/Log.h"
+#include "platform/FileManager.h"
+#include "sync/Raises.h"
+#include "sync/RecordKeys.h"
+
+#include <array>
+#include <charconv>
+
+namespace engine {
+
+using platform::Value;
+
+namespace {
+
+    std::array<bool, 256> allowedBytes()
+    {
+        std::array<bool, 256> allowed {};
+        for (char character : allowedNameCharacters)
+            allowed[static_cast<unsigned char>(character)] = true;
+        return allowed;
+    }
+
+    std::string_view lastComponent(std::string_view relativePath)
+    {
+        auto slash = relativePath.rfind('/');
+        return slash == std::string_view::npos ? relativePath : relativePath.substr(slash + 1);
+    }
+
+}
+
+bool hasIllegalCharacters(std::string_view relativePath)
+{
+    static const std::array<bool, 256> allowed = allowedBytes();
+    for (char character : relativePath) {
+        if (!allowed[static_cast<unsigned char>(character)])
+            return true;
+    }
+    return false;
+}
+
+std::string fileNumberText(std::uint64_t fileNumber)
+{
+    return std::to_string(fileNumber);
+}
+
+std::optional<std::uint64_t> parseFileNumberText(std::string_view text)
+{
+    if (text.empty() || (text.size() > 1 && text.front() == '0'))
+        return std::nullopt;
+    std::uint64_t number = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size())
+        return std::nullopt;
+    return number;
+}
+
+FolderScan FolderScan::walk(const std::string& base)
+{
+    FolderScan scan;
+    return fromItems(base, platform::FileManager::subpathsAtPath(base));
+}
+
+FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::DirectoryItem> items)
+{
+    FolderScan scan;
+    scan.m_base = base;
+    std::erase_if(items, [](const platform::DirectoryItem& item) {
+        if (hasIllegalCharacters(item.path)) {
+            platform::log("This string contains illegal characters");
+            return true;
+        }
+        if (lastComponent(item.path) == ".DS_Store")
+            return true;
+        if (!item.attributes)
+            raiseMissingValue(keys::baseSystemFileID);
+        return false;
+    });
+    scan.m_items = std::move(items);
+    scan.m_firstIndex.reserve(scan.m_items.size());
+    scan.m_firstIndexByNumber.reserve(scan.m_items.size());
+    for (std::size_t index = 0; index < scan.m_items.size(); ++index) {
+        auto first = scan.m_firstIndexByNumber.try_emplace(scan.m_items[index].attributes->fileNumber,
+            static_cast<std::uint32_t>(index));
+        scan.m_firstIndex.push_back(first.first->second);
+    }
+    return scan;
+}
+
+void FolderScan::checkIndex(std::size_t index) const
+{
+    if (index >= m_items.size())
+        raiseIndexBeyondBounds(index, m_items.size());
+}
+
+const platform::FileAttributes& FolderScan::attributesAt(std::size_t index) const
+{
+    checkIndex(index);
+    return *m_items[index].attributes;
+}
+
+std::string FolderScan::pathAt(std::size_t index) const
+{
+    std::string path;
+    writePathAt(index, path);
+    return path;
+}
+
+void FolderScan::writePathAt(std::size_t index, std::string& path) const
+{
+    checkIndex(index);
+    path.assign(m_base);
+    path += '/';
+    path += m_items[index].path;
+}
+
+std::size_t FolderScan::firstIndexAt(std::size_t index) const
+{
+    checkIndex(index);
+    return m_firstIndex[index];
+}
+
+std::optional<std::size_t> FolderScan::firstIndexOf(std::uint64_t fileNumber) const
+{
+    auto found = m_firstIndexByNumber.find(fileNumber);
+    if (found == m_firstIndexByNumber.end())
+        return std::nullopt;
+    return found->second;
+}
+
+Value FolderScan::walkRecords() const
+{
+    platform::Array records;
+    records.reserve(m_items.size());
+    for (std::size_t index = 0; index < m_items.size(); ++index) {
+        records.push_back(Value::dictionary({
+            { std::string(keys::baseSystemFileID), Value(fileNumberText(m_items[index].attributes->fileNumber)) },
+            { std::string(keys::baseSystemFilePath), Value(pathAt(index)) },
+            { std::string(keys::remove), Value("1") },
+        }));
+    }
+    return Value::arrayOf(std::move(records));
+}
+
+}
