@@ -1,0 +1,86 @@
+#include "devserver/FileTable.h"
+
+namespace devserver {
+
+static constexpr char separator = '\\';
+
+// The bounds of the key range that holds every path below `folder`: "folder\" < path < "folder]".
+static std::string lowerBoundBelow(std::string_view folder) { return std::string(folder) + separator; }
+static std::string upperBoundBelow(std::string_view folder) { return std::string(folder) + char(separator + 1); }
+
+static bool isBelow(std::string_view path, std::string_view folder)
+{
+    return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == separator;
+}
+
+FileTable::FileTable(sqlite::Database& db)
+    : m_put(db.prepare(
+        "INSERT INTO files (computer_id, full_path, is_file, file_size, modified_date, base_system_file_id) "
+        "VALUES (?1, ?2, coalesce(?3, ''), coalesce(?4, ''), coalesce(?5, ''), coalesce(?6, '')) "
+        "ON CONFLICT (computer_id, full_path) DO UPDATE SET is_file = coalesce(?3, is_file), "
+        "file_size = coalesce(?4, file_size), modified_date = coalesce(?5, modified_date), "
+        "base_system_file_id = coalesce(?6, base_system_file_id) "
+        "RETURNING file_id"))
+    , m_find(db.prepare("SELECT file_id FROM files WHERE computer_id = ?1 AND full_path = ?2"))
+    , m_removeOne(db.prepare("DELETE FROM files WHERE computer_id = ?1 AND full_path = ?2"))
+    , m_removeBelow(db.prepare("DELETE FROM files WHERE computer_id = ?1 AND full_path > ?2 AND full_path < ?3"))
+    // substr and length both count characters, so the old prefix is cut off exactly, whatever the UTF-8.
+    , m_moveBelow(db.prepare("UPDATE files SET full_path = ?4 || substr(full_path, length(?5) + 1) "
+                             "WHERE computer_id = ?1 AND full_path > ?2 AND full_path < ?3"))
+    , m_moveOne(db.prepare("UPDATE files SET full_path = ?3, is_file = coalesce(?4, is_file), "
+                           "file_size = coalesce(?5, file_size), modified_date = coalesce(?6, modified_date), "
+                           "base_system_file_id = coalesce(?7, base_system_file_id) "
+                           "WHERE computer_id = ?1 AND full_path = ?2 RETURNING file_id"))
+{
+}
+
+static std::int64_t returnedId(sqlite::Statement& statement)
+{
+    statement.step();
+    const auto fileId = statement.integer(0);
+    statement.reset();
+    return fileId;
+}
+
+std::int64_t FileTable::put(std::string_view computerId, std::string_view fullPath, const FileAttributes& attributes)
+{
+    m_put.bindAll(computerId, fullPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
+        attributes.baseSystemFileId);
+    return returnedId(m_put);
+}
+
+std::optional<std::int64_t> FileTable::find(std::string_view computerId, std::string_view fullPath)
+{
+    m_find.bindAll(computerId, fullPath);
+    std::optional<std::int64_t> fileId;
+    if (m_find.step())
+        fileId = m_find.integer(0);
+    m_find.reset();
+    return fileId;
+}
+
+std::optional<std::int64_t> FileTable::remove(std::string_view computerId, std::string_view fullPath)
+{
+    const auto fileId = find(computerId, fullPath);
+    if (fileId)
+        m_removeOne.bindAll(computerId, fullPath).run();
+    m_removeBelow.bindAll(computerId, lowerBoundBelow(fullPath), upperBoundBelow(fullPath)).run();
+    return fileId;
+}
+
+std::optional<std::int64_t> FileTable::move(std::string_view computerId, std::string_view oldPath,
+    std::string_view newPath, const FileAttributes& attributes)
+{
+    if (isBelow(newPath, oldPath) || isBelow(oldPath, newPath) || !find(computerId, oldPath))
+        return std::nullopt;
+    if (oldPath != newPath) {
+        remove(computerId, newPath);
+        m_moveBelow.bindAll(computerId, lowerBoundBelow(oldPath), upperBoundBelow(oldPath), lowerBoundBelow(newPath),
+            lowerBoundBelow(oldPath)).run();
+    }
+    m_moveOne.bindAll(computerId, oldPath, newPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
+        attributes.baseSystemFileId);
+    return returnedId(m_moveOne);
+}
+
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+// The service's methods, by their path below /KorbanholdRestService/.
+
+#include "devserver/Exchange.h"
+#include "devserver/Store.h"
+
+#include <string_view>
+
+namespace devserver {
+
+using MethodHandler = Reply (*)(Store& store, const httplib::Request& request);
+
+// The handler of a method path, or null when the path names no method.
+MethodHandler findMethod(std::string_view methodPath);
+
+}
