@@ -91,6 +91,12 @@ int DevServer::start()
     std::signal(SIGPIPE, SIG_IGN);
 
     m_http->new_task_queue = [] { return new httplib::ThreadPool(requestThreads); };
+    // cpp-httplib's default options add SO_REUSEPORT, which would let a second server share a port in use
+    // instead of refusing it.
+    m_http->set_socket_options([](socket_t socket) {
+        const int yes = 1;
+        setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     m_http->set_payload_max_length(m_options.maxBodyBytes);
     const auto handler = [this](const httplib::Request& request, httplib::Response& response) {
         serve(request, response);
@@ -219,10 +225,10 @@ void DevServer::serveMethod(const httplib::Request& request, httplib::Response& 
     send(response, std::move(reply));
 }
 
-void DevServer::record(const httplib::Request& request, int httpStatus, const std::string& replyBody, std::string fault)
+void DevServer::record(const httplib::Request& request, int httpStatus, std::string_view replyBody, std::string_view fault)
 {
-    LoggedRequest entry { std::string(loggedPath(request)), headersAsJson(request), request.body, httpStatus, replyBody,
-        std::move(fault) };
+    const std::string headers = headersAsJson(request);
+    const LoggedRequest entry { loggedPath(request), headers, request.body, httpStatus, replyBody, fault };
     try {
         m_store.transaction([&](Tables& tables) { tables.requests.record(entry); });
     } catch (const std::exception&) {

@@ -31,7 +31,7 @@ struct DevServerOptions {
     std::string databasePath { ":memory:" };
     // 0 picks a free port.
     int port = 0;
-    std::vector<Fault> faults;
+    std::vector<Fault> faults {};
     // Bodies above this size are refused with HTTP 413 and not read.
     std::size_t maxBodyBytes = 256 * 1024 * 1024;
 };
@@ -57,7 +57,7 @@ private:
     void serveMethod(const httplib::Request& request, httplib::Response& response, std::string_view methodPath);
     // Waits `delay`, or less when the server stops meanwhile.
     void pause(std::chrono::milliseconds delay);
-    void record(const httplib::Request& request, int httpStatus, const std::string& replyBody, std::string fault);
+    void record(const httplib::Request& request, int httpStatus, std::string_view replyBody, std::string_view fault);
 
     DevServerOptions m_options;
     Store m_store;

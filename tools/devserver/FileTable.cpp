@@ -14,39 +14,41 @@ static bool isBelow(std::string_view path, std::string_view folder)
 }
 
 FileTable::FileTable(sqlite::Database& db)
-    : m_put(db.prepare(
-        "INSERT INTO files (computer_id, full_path, is_file, file_size, modified_date, base_system_file_id) "
-        "VALUES (?1, ?2, coalesce(?3, ''), coalesce(?4, ''), coalesce(?5, ''), coalesce(?6, '')) "
-        "ON CONFLICT (computer_id, full_path) DO UPDATE SET is_file = coalesce(?3, is_file), "
-        "file_size = coalesce(?4, file_size), modified_date = coalesce(?5, modified_date), "
-        "base_system_file_id = coalesce(?6, base_system_file_id) "
-        "RETURNING file_id"))
+    : m_db(db)
     , m_find(db.prepare("SELECT file_id FROM files WHERE computer_id = ?1 AND full_path = ?2"))
-    , m_removeOne(db.prepare("DELETE FROM files WHERE computer_id = ?1 AND full_path = ?2"))
+    , m_insert(db.prepare("INSERT INTO files (computer_id, full_path, is_file, file_size, modified_date, "
+                          "base_system_file_id) VALUES (?1, ?2, coalesce(?3, ''), coalesce(?4, ''), coalesce(?5, ''), "
+                          "coalesce(?6, ''))"))
+    // An absent attribute (NULL) keeps the stored one.
+    , m_update(db.prepare("UPDATE files SET full_path = ?2, is_file = coalesce(?3, is_file), "
+                          "file_size = coalesce(?4, file_size), modified_date = coalesce(?5, modified_date), "
+                          "base_system_file_id = coalesce(?6, base_system_file_id) WHERE file_id = ?1"))
+    , m_removeOne(db.prepare("DELETE FROM files WHERE file_id = ?1"))
     , m_removeBelow(db.prepare("DELETE FROM files WHERE computer_id = ?1 AND full_path > ?2 AND full_path < ?3"))
     // substr and length both count characters, so the old prefix is cut off exactly, whatever the UTF-8.
     , m_moveBelow(db.prepare("UPDATE files SET full_path = ?4 || substr(full_path, length(?5) + 1) "
                              "WHERE computer_id = ?1 AND full_path > ?2 AND full_path < ?3"))
-    , m_moveOne(db.prepare("UPDATE files SET full_path = ?3, is_file = coalesce(?4, is_file), "
-                           "file_size = coalesce(?5, file_size), modified_date = coalesce(?6, modified_date), "
-                           "base_system_file_id = coalesce(?7, base_system_file_id) "
-                           "WHERE computer_id = ?1 AND full_path = ?2 RETURNING file_id"))
 {
-}
-
-static std::int64_t returnedId(sqlite::Statement& statement)
-{
-    statement.step();
-    const auto fileId = statement.integer(0);
-    statement.reset();
-    return fileId;
 }
 
 std::int64_t FileTable::put(std::string_view computerId, std::string_view fullPath, const FileAttributes& attributes)
 {
-    m_put.bindAll(computerId, fullPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
+    // A look-up and a plain INSERT or UPDATE cost half of what one upsert with RETURNING costs in SQLite.
+    if (const auto fileId = find(computerId, fullPath)) {
+        update(*fileId, fullPath, attributes);
+        return *fileId;
+    }
+    m_insert.bindAll(computerId, fullPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
         attributes.baseSystemFileId);
-    return returnedId(m_put);
+    m_insert.run();
+    return m_db.lastInsertRowid();
+}
+
+void FileTable::update(std::int64_t fileId, std::string_view fullPath, const FileAttributes& attributes)
+{
+    m_update.bindAll(fileId, fullPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
+        attributes.baseSystemFileId);
+    m_update.run();
 }
 
 std::optional<std::int64_t> FileTable::find(std::string_view computerId, std::string_view fullPath)
@@ -63,7 +65,7 @@ std::optional<std::int64_t> FileTable::remove(std::string_view computerId, std::
 {
     const auto fileId = find(computerId, fullPath);
     if (fileId)
-        m_removeOne.bindAll(computerId, fullPath).run();
+        m_removeOne.bindAll(*fileId).run();
     m_removeBelow.bindAll(computerId, lowerBoundBelow(fullPath), upperBoundBelow(fullPath)).run();
     return fileId;
 }
@@ -71,16 +73,18 @@ std::optional<std::int64_t> FileTable::remove(std::string_view computerId, std::
 std::optional<std::int64_t> FileTable::move(std::string_view computerId, std::string_view oldPath,
     std::string_view newPath, const FileAttributes& attributes)
 {
-    if (isBelow(newPath, oldPath) || isBelow(oldPath, newPath) || !find(computerId, oldPath))
+    if (isBelow(newPath, oldPath) || isBelow(oldPath, newPath))
+        return std::nullopt;
+    const auto fileId = find(computerId, oldPath);
+    if (!fileId)
         return std::nullopt;
     if (oldPath != newPath) {
         remove(computerId, newPath);
         m_moveBelow.bindAll(computerId, lowerBoundBelow(oldPath), upperBoundBelow(oldPath), lowerBoundBelow(newPath),
             lowerBoundBelow(oldPath)).run();
     }
-    m_moveOne.bindAll(computerId, oldPath, newPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
-        attributes.baseSystemFileId);
-    return returnedId(m_moveOne);
+    update(*fileId, newPath, attributes);
+    return fileId;
 }
 
 }

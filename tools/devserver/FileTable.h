@@ -37,12 +37,15 @@ public:
         const FileAttributes& attributes);
 
 private:
-    sqlite::Statement m_put;
+    void update(std::int64_t fileId, std::string_view fullPath, const FileAttributes& attributes);
+
+    sqlite::Database& m_db;
     sqlite::Statement m_find;
+    sqlite::Statement m_insert;
+    sqlite::Statement m_update;
     sqlite::Statement m_removeOne;
     sqlite::Statement m_removeBelow;
     sqlite::Statement m_moveBelow;
-    sqlite::Statement m_moveOne;
 };
 
 }

@@ -4,19 +4,20 @@
 
 #include "devserver/Sqlite.h"
 
-#include <string>
+#include <string_view>
 
 namespace devserver {
 
+// One request and its reply. The texts are those of the exchange itself, not copies: bodies can be large.
 struct LoggedRequest {
-    std::string methodPath;
+    std::string_view methodPath;
     // The request headers as a JSON object.
-    std::string headers;
-    std::string body;
+    std::string_view headers;
+    std::string_view body;
     // 0 when no reply was sent (the connection was dropped or the reply withheld).
     int httpStatus = 0;
-    std::string replyBody;
-    std::string fault;
+    std::string_view replyBody;
+    std::string_view fault;
 };
 
 class RequestLog {

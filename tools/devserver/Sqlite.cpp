@@ -50,7 +50,7 @@ Statement& Statement::bind(int index, std::int64_t number)
 
 Statement& Statement::bindBlob(int index, std::string_view bytes)
 {
-    if (sqlite3_bind_blob64(m_statement, index, bytes.data(), bytes.size(), SQLITE_TRANSIENT) != SQLITE_OK)
+    if (sqlite3_bind_blob64(m_statement, index, bytes.data(), bytes.size(), SQLITE_STATIC) != SQLITE_OK)
         throw errorOf(m_db, "cannot bind a parameter");
     return *this;
 }

@@ -33,6 +33,7 @@ public:
     Statement& bind(int index, const std::string& text) { return bind(index, std::string_view(text)); }
     Statement& bind(int index, const std::optional<std::string>& text);
     Statement& bind(int index, std::int64_t number);
+    // The bytes are not copied: they must stay as they are until the statement has run.
     Statement& bindBlob(int index, std::string_view bytes);
 
     // Binds every argument in order, from parameter 1.

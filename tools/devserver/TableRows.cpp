@@ -79,7 +79,11 @@ std::int64_t insertRow(sqlite::Database& db, std::string_view table, const Value
     int index = 0;
     for (const auto& [column, value] : row.entries())
         insert.bind(++index, cellText(value, column));
-    insert.run();
+    try {
+        insert.run();
+    } catch (const sqlite::Error& error) {
+        throw BadRequest(error.what());
+    }
     return db.lastInsertRowid();
 }
 
