@@ -12,7 +12,22 @@
 //   clock (see TestClock) delays pass only when a test advances virtual time, so loops that reschedule themselves
 //   every two seconds can be driven for many iterations without sleeping.
 //
-// IMPLEMENTATION NOTE: this header is the agreed surface; Queue.cpp supplies it on Asio.
+// - A task that lets an exception escape from async() or after() is logged with its queue's label and dropped; the
+//   queue goes on with its next task. sync() hands the exception to its caller instead.
+// - sync() on the global queue runs the task on the calling thread (as a concurrent queue may), so it never waits
+//   for a free pool thread. sync() on a serial queue (or the main queue) from one of that queue's own tasks would
+//   wait for itself forever and throws std::logic_error instead.
+// - A pool thread that waits in sync() does not starve the pool: while threads wait there, the pool starts more
+//   threads (up to 64) so that at least its base number (the number of cores, at least 2) stay free to run the tasks
+//   being waited for. Tasks should wait for other queues only through sync().
+// - At process exit the pool stops taking tasks: the task each thread is running finishes (waited for up to two
+//   seconds), queued tasks and pending timers are dropped, and the threads are joined, so no task runs while the
+//   program's static objects are destroyed. The queues themselves are never destroyed, so they stay usable (as
+//   no-ops) from static destructors.
+//
+// Implementation (Queue.cpp): Asio. The global queue posts to an io_context run by the pool's threads, a serial queue
+// is a strand on that io_context, the main queue a second io_context run by runMainQueue(), and `after` a
+// steady_timer on the pool that submits the task when it expires.
 
 #include <chrono>
 #include <functional>
@@ -50,6 +65,11 @@ void stopMainQueue();
 // of real time. advance(d) moves virtual time forward by d and submits, in order of their due time (and of
 // submission for equal times), every task that has come due; tasks submitted with `after` by those tasks are due
 // relative to the virtual time at which they were submitted.
+//
+// advance() moves time from one due task to the next and waits until each has run before it goes on, so a task that
+// reschedules itself every 2 s runs N times in one advance(N * 2 s). It does not wait for a task of the main queue
+// or of the queue the caller is running (the caller may be the thread that has to run it); those are only submitted.
+// Virtual time starts at zero. Only one TestClock may live at a time; tasks still waiting when it goes are dropped.
 class TestClock {
 public:
     TestClock();
