@@ -20,4 +20,12 @@ MethodHandler findMethod(std::string_view methodPath)
     return found == methods.end() ? nullptr : found->second;
 }
 
+std::vector<std::string_view> methodPaths()
+{
+    std::vector<std::string_view> paths;
+    for (const auto& method : methods)
+        paths.push_back(method.first);
+    return paths;
+}
+
 }
