@@ -195,10 +195,11 @@ void DevServer::serveMethod(const httplib::Request& request, httplib::Response& 
     if (fault && (fault->kind == FaultKind::Drop || fault->kind == FaultKind::Withhold)) {
         const auto connection = ClientConnection::of(request);
         if (connection) {
+            // Logged first, so that the row is there by the time the client sees the connection end.
+            record(request, 0, "", faultName);
             if (fault->kind == FaultKind::Withhold)
                 connection->waitUntilClosedByClient(m_stopping);
             connection->shutDown();
-            record(request, 0, "", faultName);
             return;
         }
         Reply reply = errorReply(500, "the connection of this request was not found, so it could not be dropped");
