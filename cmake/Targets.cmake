@@ -5,6 +5,15 @@ if(KORBANHOLD_SANITIZE)
   string(REPLACE ";" "," _sanitizers "${KORBANHOLD_SANITIZE}")
   add_compile_options(-fsanitize=${_sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
   add_link_options(-fsanitize=${_sanitizers})
+  if("thread" IN_LIST KORBANHOLD_SANITIZE)
+    # Asio's handler fences are std::atomic_thread_fence, which ThreadSanitizer cannot model (GCC warns -Wtsan); the
+    # scheduler's mutex already orders a handler's state between threads, and that is what the sanitizer follows.
+    add_compile_definitions(BOOST_ASIO_DISABLE_FENCED_BLOCK)
+  endif()
+endif()
+if(KORBANHOLD_FUZZ)
+  # Coverage instrumentation in every library too, so that libFuzzer sees the code under test, not only the target.
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # korbanhold_library(NAME FOLDER DEPS...): one static library from every .cpp in a source folder.

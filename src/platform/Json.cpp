@@ -2,11 +2,11 @@
 
 #include "platform/Utf8.h"
 
-#include <boost/json/monotonic_resource.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
+#include <boost/json/basic_parser_impl.hpp>
 
+#include <charconv>
 #include <cmath>
+#include <vector>
 
 namespace platform {
 
@@ -19,52 +19,158 @@ Error JsonError::error() const { return Error { cocoaErrorDomain, jsonErrorCode,
 
 // ---------------------------------------------------------------- Reading
 
-static Value fromBoost(const boost::json::value& json)
-{
-    switch (json.kind()) {
-    case boost::json::kind::null:
-        return Value::null();
-    case boost::json::kind::bool_:
-        return Value::boolean(json.get_bool());
-    case boost::json::kind::int64:
-        return Value::integer(json.get_int64());
-    case boost::json::kind::uint64:
-        return Value::unsignedInteger(json.get_uint64());
-    case boost::json::kind::double_:
-        return Value::real(json.get_double());
-    case boost::json::kind::string: {
-        const auto& text = json.get_string();
-        return Value(std::string_view(text.data(), text.size()));
+namespace {
+
+using boost::system::error_code;
+
+// Builds the Value straight from the parser's events. Reals are converted from their own text with
+// std::from_chars, because the parser's conversion of Boost 1.81 can be one unit in the last place off, and a value
+// must read back exactly as it was written.
+class ValueBuilder {
+public:
+    static constexpr std::size_t max_array_size = -1;
+    static constexpr std::size_t max_object_size = -1;
+    static constexpr std::size_t max_string_size = -1;
+    static constexpr std::size_t max_key_size = -1;
+
+    bool on_document_begin(error_code&) { return true; }
+    bool on_document_end(error_code&) { return true; }
+
+    bool on_array_begin(error_code&) { return open(false); }
+    bool on_array_end(std::size_t, error_code&)
+    {
+        Array elements = std::move(m_open.back().elements);
+        m_open.pop_back();
+        return add(Value::arrayOf(std::move(elements)));
     }
-    case boost::json::kind::array: {
+    bool on_object_begin(error_code&) { return open(true); }
+    bool on_object_end(std::size_t, error_code&)
+    {
+        // A repeated key keeps its first place and its last value.
+        Entries entries = std::move(m_open.back().entries);
+        m_open.pop_back();
+        return add(Value::dictionaryOf(std::move(entries)));
+    }
+
+    bool on_key_part(std::string_view part, std::size_t, error_code&)
+    {
+        m_text += part;
+        return true;
+    }
+    bool on_key(std::string_view part, std::size_t, error_code&)
+    {
+        m_text += part;
+        m_open.back().key = takeText();
+        return true;
+    }
+    bool on_string_part(std::string_view part, std::size_t, error_code&)
+    {
+        m_text += part;
+        return true;
+    }
+    bool on_string(std::string_view part, std::size_t, error_code&)
+    {
+        m_text += part;
+        return add(Value(takeText()));
+    }
+
+    bool on_number_part(std::string_view part, error_code&)
+    {
+        m_text += part;
+        return true;
+    }
+    bool on_int64(std::int64_t value, std::string_view, error_code&)
+    {
+        m_text.clear();
+        return add(Value::integer(value));
+    }
+    bool on_uint64(std::uint64_t value, std::string_view, error_code&)
+    {
+        m_text.clear();
+        return add(Value::unsignedInteger(value));
+    }
+    bool on_double(double parsed, std::string_view part, error_code& error)
+    {
+        m_text += part;
+        const std::string text = takeText();
+        double value = 0;
+        const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+        // Out of range means too small (the parser's value, zero or nearly, stands) or too large, which no JSON
+        // value stands for.
+        if (result.ec == std::errc::result_out_of_range)
+            value = parsed;
+        if (!std::isfinite(value)) {
+            error = boost::json::error::exponent_overflow;
+            return false;
+        }
+        return add(Value::real(value));
+    }
+    bool on_bool(bool value, error_code&) { return add(Value::boolean(value)); }
+    bool on_null(error_code&) { return add(Value::null()); }
+    bool on_comment_part(std::string_view, error_code&) { return true; }
+    bool on_comment(std::string_view, error_code&) { return true; }
+
+    Value take() { return std::move(m_result); }
+
+private:
+    // An array or object being read; only the member that matches its kind is used.
+    struct Container {
+        bool isObject = false;
         Array elements;
-        elements.reserve(json.get_array().size());
-        for (const auto& element : json.get_array())
-            elements.push_back(fromBoost(element));
-        return Value::arrayOf(std::move(elements));
+        Entries entries;
+        std::string key;
+    };
+
+    bool open(bool isObject)
+    {
+        m_open.emplace_back();
+        m_open.back().isObject = isObject;
+        return true;
     }
-    case boost::json::kind::object: {
-        Value dictionary = Value::dictionary();
-        for (const auto& member : json.get_object())
-            dictionary.setObject(fromBoost(member.value()), std::string_view(member.key().data(), member.key().size()));
-        return dictionary;
+
+    std::string takeText()
+    {
+        std::string text = std::move(m_text);
+        m_text.clear();
+        return text;
     }
+
+    bool add(Value value)
+    {
+        if (m_open.empty()) {
+            m_result = std::move(value);
+            return true;
+        }
+        auto& container = m_open.back();
+        if (container.isObject)
+            container.entries.emplace_back(std::move(container.key), std::move(value));
+        else
+            container.elements.push_back(std::move(value));
+        return true;
     }
-    return Value::null();
+
+    std::vector<Container> m_open;
+    std::string m_text;
+    Value m_result;
+};
+
 }
 
 Value readJson(std::string_view text, const JsonReadOptions& options)
 {
     boost::json::parse_options parseOptions;
     parseOptions.max_depth = options.maxDepth;
-    boost::json::monotonic_resource resource;
-    boost::system::error_code error;
-    const boost::json::value json = boost::json::parse(text, error, &resource, parseOptions);
+    boost::json::basic_parser<ValueBuilder> parser(parseOptions);
+    error_code error;
+    const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
+    if (!error && used < text.size())
+        error = boost::json::error::extra_data;
     if (error)
         throw JsonError("The data couldn't be read because it isn't in the correct format. (" + error.message() + ")");
-    if (!options.allowFragments && !json.is_object() && !json.is_array())
+    Value value = parser.handler().take();
+    if (!options.allowFragments && !value.isDictionary() && !value.isArray())
         throw JsonError("JSON text did not start with array or object and option to allow fragments not set.");
-    return fromBoost(json);
+    return value;
 }
 
 // ---------------------------------------------------------------- Writing
@@ -73,7 +179,7 @@ namespace {
 
 class Writer {
 public:
-    explicit Writer(bool pretty) : m_pretty(pretty) { }
+    explicit Writer(const JsonWriteOptions& options) : m_pretty(options.prettyPrinted), m_escapeSlashes(options.escapeSlashes) { }
 
     void write(const Value& value, int depth)
     {
@@ -161,7 +267,7 @@ private:
                 m_out += "\\\\";
                 break;
             case '/':
-                m_out += "\\/";
+                m_out += m_escapeSlashes ? "\\/" : "/";
                 break;
             case '\n':
                 m_out += "\\n";
@@ -192,6 +298,7 @@ private:
     }
 
     bool m_pretty;
+    bool m_escapeSlashes;
     std::string m_out;
 };
 
@@ -201,7 +308,7 @@ std::string writeJson(const Value& value, const JsonWriteOptions& options)
 {
     if (!options.allowFragments && !value.isArray() && !value.isDictionary())
         throw JsonError("Invalid top-level type in JSON write");
-    Writer writer(options.prettyPrinted);
+    Writer writer(options);
     writer.write(value, 0);
     return writer.take();
 }

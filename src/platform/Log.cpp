@@ -1,8 +1,10 @@
 #include "platform/Log.h"
 
-#include <fmt/chrono.h>
+#include "platform/DateFormat.h"
+
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -15,7 +17,8 @@ namespace {
 
 struct LogState {
     std::mutex mutex;
-    std::string programName = "korbanhold";
+    // The name the program was started with, until setProgramName says otherwise.
+    std::string programName = program_invocation_short_name;
     LogSink sink;
 };
 
@@ -27,12 +30,8 @@ LogState& state()
 
 void writeToStderr(std::string_view text, const std::string& programName)
 {
-    const auto now = std::chrono::system_clock::now();
-    const auto millis = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    std::tm local {};
-    localtime_r(&seconds, &local);
-    const std::string line = fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03d} {}[{}:{}] {}\n", local, millis, programName,
+    const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    const std::string line = fmt::format("{} {}[{}:{}] {}\n", formatDate(now, "yyyy-MM-dd HH:mm:ss.SSS"), programName,
         getpid(), static_cast<long>(syscall(SYS_gettid)), text);
     std::fwrite(line.data(), 1, line.size(), stderr);
 }

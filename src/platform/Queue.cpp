@@ -6,6 +6,7 @@
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/asio/strand.hpp>
 
@@ -275,7 +276,19 @@ struct Runtime {
     std::shared_ptr<QueueImpl> mainQueue = std::make_shared<QueueImpl>(QueueKind::Main, "main", mainLoop.executor());
     std::shared_ptr<QueueImpl> globalQueue
         = std::make_shared<QueueImpl>(QueueKind::Global, "global.background", pool.context().get_executor());
+    // Waited for on the pool, so that a signal stops the main queue even while no thread is running it.
+    asio::signal_set stopSignals { pool.context() };
 };
+
+void waitForStopSignal(asio::signal_set& signals)
+{
+    signals.async_wait([&signals](const boost::system::error_code& error, int) {
+        if (error)
+            return;
+        runtime().mainLoop.stop();
+        waitForStopSignal(signals);
+    });
+}
 
 Runtime& runtime()
 {
@@ -348,6 +361,15 @@ void runMainQueue()
 void stopMainQueue()
 {
     runtime().mainLoop.stop();
+}
+
+void stopMainQueueOnSignals(std::initializer_list<int> signals)
+{
+    asio::signal_set& stopSignals = runtime().stopSignals;
+    for (int signal : signals)
+        stopSignals.add(signal);
+    static std::once_flag waiting;
+    std::call_once(waiting, [&] { waitForStopSignal(stopSignals); });
 }
 
 TestClock::TestClock()

@@ -31,6 +31,7 @@
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 
@@ -60,6 +61,10 @@ public:
 // Runs the main queue's tasks on the calling thread until stopMainQueue() is called (from any thread).
 void runMainQueue();
 void stopMainQueue();
+// From now on each of `signals` (such as SIGTERM and SIGINT) stops the main queue as stopMainQueue() does, instead
+// of ending the process where it stands: runMainQueue() returns, the program leaves main() and exits normally.
+// Meant to be called once, at start-up.
+void stopMainQueueOnSignals(std::initializer_list<int> signals);
 
 // Virtual time for tests. While a TestClock object lives, `after` tasks of every queue wait for advance() instead
 // of real time. advance(d) moves virtual time forward by d and submits, in order of their due time (and of

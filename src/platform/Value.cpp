@@ -1,5 +1,6 @@
 #include "platform/Value.h"
 
+#include "platform/DateFormat.h"
 #include "platform/Utf8.h"
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <unordered_map>
 
 namespace platform {
 
@@ -47,6 +49,8 @@ bool Number::boolValue() const
 {
     if (isFloatingPoint())
         return m_real != 0.0;
+    if (isUnsigned())
+        return m_unsigned != 0;
     return m_signed != 0;
 }
 
@@ -62,6 +66,8 @@ std::int64_t Number::int64Value() const
             return INT64_MIN;
         return static_cast<std::int64_t>(m_real);
     }
+    if (isUnsigned())
+        return static_cast<std::int64_t>(m_unsigned);
     return m_signed;
 }
 
@@ -74,7 +80,9 @@ std::uint64_t Number::uint64Value() const
             return UINT64_MAX;
         return static_cast<std::uint64_t>(m_real);
     }
-    return m_unsigned;
+    if (isUnsigned())
+        return m_unsigned;
+    return static_cast<std::uint64_t>(m_signed);
 }
 
 double Number::doubleValue() const
@@ -113,6 +121,8 @@ bool Number::operator==(const Number& other) const
         const Number& unsignedOne = isUnsigned() ? *this : other;
         return signedOne.m_signed >= 0 && static_cast<std::uint64_t>(signedOne.m_signed) == unsignedOne.m_unsigned;
     }
+    if (isUnsigned())
+        return m_unsigned == other.m_unsigned;
     return m_signed == other.m_signed;
 }
 
@@ -121,7 +131,12 @@ bool Number::operator==(const Number& other) const
 Value::Value() = default;
 Value::Value(std::string text) : m_storage(std::move(text)) { }
 Value::Value(std::string_view text) : m_storage(std::string(text)) { }
-Value::Value(const char* text) : m_storage(std::string(text)) { }
+Value::Value(const char* text)
+{
+    if (!text)
+        Exception::raiseInvalidArgument("*** -[NSPlaceholderString initWithUTF8String:]: NULL cString");
+    m_storage = std::string(text);
+}
 Value::Value(Number number) : m_storage(number) { }
 
 Value Value::date(double secondsSince1970)
@@ -134,7 +149,7 @@ Value Value::date(double secondsSince1970)
 Value Value::data(Bytes bytes)
 {
     Value value;
-    value.m_storage = std::make_shared<Bytes>(std::move(bytes));
+    value.m_storage = DataStore(std::move(bytes));
     return value;
 }
 
@@ -143,7 +158,7 @@ Value Value::array(std::initializer_list<Value> elements) { return arrayOf(Array
 Value Value::arrayOf(Array elements)
 {
     Value value;
-    value.m_storage = std::make_shared<Array>(std::move(elements));
+    value.m_storage = ArrayStore(std::move(elements));
     return value;
 }
 
@@ -151,12 +166,23 @@ Value Value::dictionary(std::initializer_list<Entry> entries) { return dictionar
 
 Value Value::dictionaryOf(Entries entries)
 {
+    // A repeated key keeps its first position and takes its last value, as setObject does; the index keeps a
+    // large dictionary (a JSON object with many members) linear to build.
+    // The index's keys view the strings in `unique`, which never reallocates (its capacity is reserved up front).
+    Entries unique;
+    unique.reserve(entries.size());
+    std::unordered_map<std::string_view, std::size_t> positions;
+    positions.reserve(entries.size());
+    for (auto& [key, element] : entries) {
+        if (const auto found = positions.find(key); found != positions.end()) {
+            unique[found->second].second = std::move(element);
+            continue;
+        }
+        unique.emplace_back(std::move(key), std::move(element));
+        positions.emplace(unique.back().first, unique.size() - 1);
+    }
     Value value;
-    value.m_storage = std::make_shared<Entries>();
-    auto& target = value.mutableEntries();
-    target.reserve(entries.size());
-    for (auto& [key, element] : entries)
-        value.setObject(std::move(element), key);
+    value.m_storage = DictionaryStore(std::move(unique));
     return value;
 }
 
@@ -214,16 +240,16 @@ double Value::dateValue() const
 const Bytes& Value::bytes() const
 {
     if (const auto* value = std::get_if<DataStore>(&m_storage))
-        return **value;
+        return value->get();
     raiseWrongKind("bytes");
 }
 
 std::size_t Value::count() const
 {
     if (const auto* array = std::get_if<ArrayStore>(&m_storage))
-        return (*array)->size();
+        return array->get().size();
     if (const auto* dictionary = std::get_if<DictionaryStore>(&m_storage))
-        return (*dictionary)->size();
+        return dictionary->get().size();
     raiseWrongKind("count");
 }
 
@@ -232,7 +258,7 @@ std::size_t Value::count() const
 const Array& Value::elements() const
 {
     if (const auto* array = std::get_if<ArrayStore>(&m_storage))
-        return **array;
+        return array->get();
     raiseWrongKind("objectAtIndex:");
 }
 
@@ -241,15 +267,14 @@ Array& Value::mutableElements()
     auto* array = std::get_if<ArrayStore>(&m_storage);
     if (!array)
         raiseWrongKind("addObject:");
-    if (array->use_count() > 1)
-        *array = std::make_shared<Array>(**array);
-    return **array;
+    return array->mutate();
 }
 
-static void raiseIndexBeyondBounds(std::size_t index, std::size_t count)
+[[noreturn]] static void raiseIndexBeyondBounds(std::size_t index, std::size_t count,
+    const char* selector = "objectAtIndex:")
 {
-    Exception::raiseRange("*** -[__NSArrayM objectAtIndex:]: index " + std::to_string(index) + " beyond bounds"
-        + (count == 0 ? std::string(" for empty array") : " [0 .. " + std::to_string(count - 1) + "]"));
+    Exception::raiseRange(std::string("*** -[__NSArrayM ") + selector + "]: index " + std::to_string(index)
+        + " beyond bounds" + (count == 0 ? std::string(" for empty array") : " [0 .. " + std::to_string(count - 1) + "]"));
 }
 
 const Value& Value::at(std::size_t index) const
@@ -280,11 +305,9 @@ void Value::insert(const std::optional<Value>& element, std::size_t index)
 {
     if (!element)
         Exception::raiseInvalidArgument("*** -[__NSArrayM insertObject:atIndex:]: object cannot be nil");
+    if (index > elements().size())
+        raiseIndexBeyondBounds(index, elements().size(), "insertObject:atIndex:");
     auto& array = mutableElements();
-    if (index > array.size()) {
-        Exception::raiseRange("*** -[__NSArrayM insertObject:atIndex:]: index " + std::to_string(index)
-            + " beyond bounds" + (array.empty() ? std::string(" for empty array") : " [0 .. " + std::to_string(array.size() - 1) + "]"));
-    }
     array.insert(array.begin() + static_cast<std::ptrdiff_t>(index), *element);
 }
 
@@ -312,7 +335,7 @@ void Value::reserve(std::size_t capacity) { mutableElements().reserve(capacity);
 const Entries& Value::entries() const
 {
     if (const auto* dictionary = std::get_if<DictionaryStore>(&m_storage))
-        return **dictionary;
+        return dictionary->get();
     raiseWrongKind("objectForKey:");
 }
 
@@ -321,9 +344,7 @@ Entries& Value::mutableEntries()
     auto* dictionary = std::get_if<DictionaryStore>(&m_storage);
     if (!dictionary)
         raiseWrongKind("setObject:forKey:");
-    if (dictionary->use_count() > 1)
-        *dictionary = std::make_shared<Entries>(**dictionary);
-    return **dictionary;
+    return dictionary->mutate();
 }
 
 const Value* Value::find(std::string_view key) const
@@ -406,12 +427,20 @@ bool Value::operator==(const Value& other) const
     case Kind::Data:
         return bytes() == other.bytes();
     case Kind::Array:
-        return elements() == other.elements();
+        return std::get<ArrayStore>(m_storage).sharesWith(std::get<ArrayStore>(other.m_storage))
+            || elements() == other.elements();
     case Kind::Dictionary: {
-        if (count() != other.count())
+        if (std::get<DictionaryStore>(m_storage).sharesWith(std::get<DictionaryStore>(other.m_storage)))
+            return true;
+        const auto& mine = entries();
+        const auto& theirs = other.entries();
+        if (mine.size() != theirs.size())
             return false;
-        for (const auto& [key, value] : entries()) {
-            const auto* match = other.find(key);
+        // Keys are unique, so finding every key of one in the other proves the key sets equal. Dictionaries built
+        // the same way hold their keys in the same order, which the positional test catches without a search.
+        for (std::size_t i = 0; i < mine.size(); ++i) {
+            const auto& [key, value] = mine[i];
+            const Value* match = theirs[i].first == key ? &theirs[i].second : other.find(key);
             if (!match || !(*match == value))
                 return false;
         }
@@ -423,16 +452,15 @@ bool Value::operator==(const Value& other) const
 
 // ---------------------------------------------------------------- Description
 
-// A string needs quotes in a collection's description unless it is non-empty and made only of letters, digits and
-// the few punctuation marks the old-style format leaves bare.
+// A string needs quotes in a collection's description unless it is non-empty and made only of ASCII letters and
+// digits: "1.0", "user_id" and paths print quoted, as the framework prints them.
 static bool needsQuotes(std::string_view text)
 {
     if (text.empty())
         return true;
     return !std::all_of(text.begin(), text.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9')
-            || c == '_' || c == '$' || c == '.' || c == '/' || c == ':';
+        return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
     });
 }
 
@@ -481,7 +509,28 @@ static void appendText(std::string& out, std::string_view text, bool nested)
         out += text;
 }
 
+// A date prints in UTC, "2001-01-01 00:00:00 +0000"; one beyond the calendar, or not a number, prints as the plain
+// count of seconds.
+static void appendDate(std::string& out, double seconds)
+{
+    char buffer[64];
+    const auto parts = calendarTime(seconds, TimeZone::Utc);
+    if (parts && std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &*parts) > 0)
+        out += buffer;
+    else
+        out += Number::fromDouble(seconds).stringValue() + " seconds since 1970";
+}
+
 static void appendIndent(std::string& out, int indent) { out.append(static_cast<std::size_t>(indent) * 4, ' '); }
+
+// A collection inside a collection starts with the indentation of its own level, after whatever its parent already
+// wrote, so the framework's text reads "key =     (" and an array's dictionaries open further right than they
+// close. Log lines keep that look.
+static void appendNestedIndent(std::string& out, int indent, bool nested)
+{
+    if (nested)
+        appendIndent(out, indent);
+}
 
 void Value::describe(std::string& out, int indent, bool nested) const
 {
@@ -495,16 +544,9 @@ void Value::describe(std::string& out, int indent, bool nested) const
     case Kind::Number:
         out += number().stringValue();
         return;
-    case Kind::Date: {
-        const double seconds = dateValue();
-        const std::time_t whole = static_cast<std::time_t>(std::floor(seconds));
-        std::tm parts {};
-        gmtime_r(&whole, &parts);
-        char buffer[64];
-        std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S +0000", &parts);
-        out += buffer;
+    case Kind::Date:
+        appendDate(out, dateValue());
         return;
-    }
     case Kind::Data: {
         static const char digits[] = "0123456789abcdef";
         out += '<';
@@ -519,6 +561,7 @@ void Value::describe(std::string& out, int indent, bool nested) const
         return;
     }
     case Kind::Array: {
+        appendNestedIndent(out, indent, nested);
         out += "(\n";
         const auto& array = elements();
         for (std::size_t i = 0; i < array.size(); ++i) {
@@ -538,6 +581,7 @@ void Value::describe(std::string& out, int indent, bool nested) const
         for (const auto& entry : entries())
             sorted.push_back(&entry);
         std::sort(sorted.begin(), sorted.end(), [](const Entry* a, const Entry* b) { return a->first < b->first; });
+        appendNestedIndent(out, indent, nested);
         out += "{\n";
         for (const auto* entry : sorted) {
             appendIndent(out, indent + 1);

@@ -14,11 +14,11 @@
 // between copies until one of them is changed (copy-on-write), so copying a 100,000-record table costs one
 // reference count, and changing one record of it copies the outer list of handles once.
 
+#include "platform/CopyOnWrite.h"
 #include "platform/Exception.h"
 
 #include <cstdint>
 #include <initializer_list>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -176,9 +176,9 @@ private:
     struct DateValue {
         double seconds;
     };
-    using DataStore = std::shared_ptr<Bytes>;
-    using ArrayStore = std::shared_ptr<Array>;
-    using DictionaryStore = std::shared_ptr<Entries>;
+    using DataStore = CopyOnWrite<Bytes>;
+    using ArrayStore = CopyOnWrite<Array>;
+    using DictionaryStore = CopyOnWrite<Entries>;
     using Storage = std::variant<std::monostate, std::string, Number, DateValue, DataStore, ArrayStore, DictionaryStore>;
 
     Array& mutableElements();

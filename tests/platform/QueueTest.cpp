@@ -9,8 +9,10 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <mutex>
+#include <signal.h>
 #include <stdexcept>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using platform::Queue;
@@ -399,4 +401,18 @@ TEST(Queue, ProcessExitCalledFromAPoolTaskEndsCleanly)
             std::this_thread::sleep_for(10s);
         },
         testing::ExitedWithCode(3), "");
+}
+
+TEST(Queue, ATerminationSignalStopsTheMainQueueSoTheProgramEndsNormally)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
+            Queue::globalBackground()->after(20ms, [] { ::kill(::getpid(), SIGTERM); });
+            platform::runMainQueue();
+            // Reached only because the signal stopped the main queue instead of killing the process.
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
 }

@@ -1,0 +1,237 @@
+#include "messages/DataParser.h"
+
+#include "messages/ResponseKeys.h"
+#include "messages/SharedTransferKeys.h"
+#include "messages/WireCodec.h"
+#include "platform/Json.h"
+
+#include <string>
+
+namespace messages {
+
+// The batch decoder walks a copy of the reply made by writing it as pretty-printed JSON text and reading that text
+// back with the default options. Neither step's failure is examined: a reply that cannot make the trip (absent, not
+// a container, or holding something JSON cannot carry) leaves nothing to walk.
+static ReplyValue throughJsonText(const ReplyValue& reply)
+{
+    if (!reply)
+        return std::nullopt;
+    try {
+        return platform::readJson(platform::writeJson(*reply, { .prettyPrinted = true }));
+    } catch (const platform::JsonError&) {
+        return std::nullopt;
+    }
+}
+
+// The bare-value decoders read "ReturnStatus" and "error", then hand the error to the status as though the status
+// were a record with an `error` to set. No value of a reply has such a property, so whenever "ReturnStatus" is
+// present this raises, uncaught, and the caller's completion never runs; otherwise the status, absent, is returned.
+static ReplyValue decodeBareReturnStatus(const ReplyValue& reply)
+{
+    const BareStatusReply read = decode<BareStatusReply>(reply);
+    if (read.ReturnStatus) {
+        platform::Exception::raiseInvalidArgument(
+            std::string("-[") + read.ReturnStatus->className() + " setError:]: unrecognized selector sent to instance");
+    }
+    return read.ReturnStatus;
+}
+
+UserRegistrationResponseData DataParser::parseUserRegistrationReponseData(const ReplyValue& reply)
+{
+    return decode<UserRegistrationResponseData>(reply);
+}
+
+RegisterComputerResponseData DataParser::parseRegisterComputerResponseData(const ReplyValue& reply)
+{
+    return decode<RegisterComputerResponseData>(reply);
+}
+
+SendActivationMailResponseData DataParser::parseSendActivationMailResponseData(const ReplyValue& reply)
+{
+    return decode<SendActivationMailResponseData>(reply);
+}
+
+OneTimeSyncOwnersSharedFoldersResponseData DataParser::parseOneTimeSyncOwnersSharedFoldersResponseData(
+    const ReplyValue& reply)
+{
+    return decode<OneTimeSyncOwnersSharedFoldersResponseData>(reply);
+}
+
+TransferFilesFromCloudToBaseSystemResponseData DataParser::parseTransferFilesFromCloudToBaseSystemResponseData(
+    const ReplyValue& reply)
+{
+    return decode<TransferFilesFromCloudToBaseSystemResponseData>(reply);
+}
+
+GetTopFileUploadResponseData DataParser::parseGetTopFileUploadResponseData(const ReplyValue& reply)
+{
+    return decode<GetTopFileUploadResponseData>(reply);
+}
+
+CheckUserMailActivationStatusResponseData DataParser::parseCheckUserMailActivationStatusResponseData(
+    const ReplyValue& reply)
+{
+    return decode<CheckUserMailActivationStatusResponseData>(reply);
+}
+
+UpdateFileUploadResponseData DataParser::parseUpdateFileUploadResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateFileUploadResponseData>(reply);
+}
+
+GetTopFileRequestResponseData DataParser::parseGetTopFileRequestResponseData(const ReplyValue& reply)
+{
+    return decode<GetTopFileRequestResponseData>(reply);
+}
+
+UpdateFileRequestResponseData DataParser::parseUpdateFileRequestResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateFileRequestResponseData>(reply);
+}
+
+std::vector<SyncFilesInTableAndCloudResponseData> DataParser::parseSyncFilesInTableAndCloudResponseData(
+    const ReplyValue& reply)
+{
+    return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(throughJsonText(reply));
+}
+
+UpdateComputerStatusResponseData DataParser::parseUpdateComputerStatusResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateComputerStatusResponseData>(reply);
+}
+
+OneTimeSyncFilesResponseData DataParser::parseOneTimeSyncFilesResponseData(const ReplyValue& reply)
+{
+    return decode<OneTimeSyncFilesResponseData>(reply);
+}
+
+SendPasswordToMailIdResponseData DataParser::parseSendPasswordToMailIdResponseData(const ReplyValue& reply)
+{
+    return decode<SendPasswordToMailIdResponseData>(reply);
+}
+
+LogErrorResponseData DataParser::parseLogErrorResponseData(const ReplyValue& reply)
+{
+    return decode<LogErrorResponseData>(reply);
+}
+
+GetSharedFilesTransferDataResponseData DataParser::parseGetSharedFilesTransferDataResponseData(
+    const ReplyValue& reply)
+{
+    return decode<GetSharedFilesTransferDataResponseData>(reply);
+}
+
+UpdateFileExistResponseData DataParser::parseUpdateFileExistResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateFileExistResponseData>(reply);
+}
+
+UpdateFileSendReceivedResponseData DataParser::parseUpdateFileSendReceivedResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateFileSendReceivedResponseData>(reply);
+}
+
+ReplyValue DataParser::parseUploadFileWithStreamResponseData(const ReplyValue& reply)
+{
+    return decodeBareReturnStatus(reply);
+}
+
+ReplyValue DataParser::parseUpdateSendFileToTransferResponseData(const ReplyValue& reply)
+{
+    return decodeBareReturnStatus(reply);
+}
+
+IsFileExistsInCloudResponseData DataParser::parseIsFileExistsInCloudResponseData(const ReplyValue& reply)
+{
+    return decode<IsFileExistsInCloudResponseData>(reply);
+}
+
+UpdateFileReceivedResponseData DataParser::parseUpdateFileReceivedResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateFileReceivedResponseData>(reply);
+}
+
+DeleteReceivedFileFromTransferResponseData DataParser::parseDeleteReceivedFileFromTransferResponseData(
+    const ReplyValue& reply)
+{
+    return decode<DeleteReceivedFileFromTransferResponseData>(reply);
+}
+
+InsertFileResponseData DataParser::parseInsertFileResponseData(const ReplyValue& reply)
+{
+    return decode<InsertFileResponseData>(reply);
+}
+
+InsertSharedFilesTransferResponseData DataParser::parseInsertSharedFilesTransferResponseData(const ReplyValue& reply)
+{
+    return decode<InsertSharedFilesTransferResponseData>(reply);
+}
+
+UpdateBSUploadStreamStartedResponseData DataParser::parseUpdateBSUploadStreamStartedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSUploadStreamStartedResponseData>(reply);
+}
+
+UpdateBSDownloadStreamStartedResponseData DataParser::parseUpdateBSDownloadStreamStartedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSDownloadStreamStartedResponseData>(reply);
+}
+
+UpdateBSDownloadStreamFailedResponseData DataParser::parseUpdateBSDownloadStreamFailedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSDownloadStreamFailedResponseData>(reply);
+}
+
+CheckFileExistsInDownloadsResponseData DataParser::parseCheckFileExistsInDownloadsResponseData(
+    const ReplyValue& reply)
+{
+    return decode<CheckFileExistsInDownloadsResponseData>(reply);
+}
+
+UpdateBSUploadStreamFailedResponseData DataParser::parseUpdateBSUploadStreamFailedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSUploadStreamFailedResponseData>(reply);
+}
+
+CheckFileExistsInTransfersResponseData DataParser::parseCheckFileExistsInTransfersResponseData(
+    const ReplyValue& reply)
+{
+    return decode<CheckFileExistsInTransfersResponseData>(reply);
+}
+
+UpdateBSSendStreamStartedResponseData DataParser::parseUpdateBSSendStreamstartedResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateBSSendStreamStartedResponseData>(reply);
+}
+
+UpdateBSSendStreamFailedResponseData DataParser::parseUpdateBSSendStreamFailedResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateBSSendStreamFailedResponseData>(reply);
+}
+
+UpdateBSReceiveStreamStartedResponseData DataParser::parseUpdateBSReceiveStreamStartedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSReceiveStreamStartedResponseData>(reply);
+}
+
+UpdateBSReceiveStreamFailedResponseData DataParser::parseUpdateBSReceiveStreamFailedResponseData(
+    const ReplyValue& reply)
+{
+    return decode<UpdateBSReceiveStreamFailedResponseData>(reply);
+}
+
+GetTopFileDeleteResponseData DataParser::parseGetTopFileResponseData(const ReplyValue& reply)
+{
+    return decode<GetTopFileDeleteResponseData>(reply);
+}
+
+UpdateBSFileDeleteResponseData DataParser::parseUpdateBSFileDeleteResponseData(const ReplyValue& reply)
+{
+    return decode<UpdateBSFileDeleteResponseData>(reply);
+}
+}

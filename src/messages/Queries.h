@@ -1,0 +1,224 @@
+#pragma once
+
+// The request records: one plain record per server method, filled by the caller and turned into the request body
+// by QueryParser. Every property is text, absent until set; an absent property leaves its key out of the request.
+// Property names keep the protocol's own spellings (computerId beside computerID, upper-case names in three
+// records); the keys they travel under are in QueryKeys.h.
+
+#include <optional>
+#include <string>
+
+namespace messages {
+
+// A text property of a request record: absent, or the text the caller put in (flags, sizes and dates included).
+using Text = std::optional<std::string>;
+
+struct UserRegistrationQuery {
+    Text mailId;
+    Text passWord;
+    Text firstName;
+    Text lastName;
+    Text nickName;
+};
+
+struct RegisterComputerQuery {
+    Text userId;
+    Text korbanholdPath;
+};
+
+struct SendActivationMailQuery {
+    Text mailId;
+    Text userId;
+};
+
+struct OneTimeSyncOwnersSharedFoldersQuery {
+    Text computerId;
+    Text userId;
+};
+
+struct GetTopFileUploadQuery {
+    Text toComputerId;
+};
+
+struct CheckUserMailActivationStatusQuery {
+    Text userId;
+};
+
+struct UpdateFileUploadQuery {
+    Text fileUploadId;
+    Text fileName;
+    Text serverPath;
+    Text transitUploadPath;
+};
+
+struct GetTopFileRequestQuery {
+    Text fromComputerID;
+};
+
+struct UpdateFileRequestQuery {
+    Text filePath;
+    Text fileRequestId;
+    Text transitDownloadPath;
+    Text attachment;
+};
+
+// One change record of the batch report; the batch is a list of these.
+struct SyncFilesInTableAndCloudQuery {
+    Text changeType;
+    Text oldFullPath;
+    Text fullPath;
+    Text fileSize;
+    Text korbanholdPath;
+    Text isFile;
+    Text computerId;
+    Text fileModifiedDate;
+    Text baseSystemFileID;
+    Text fileID;
+};
+
+struct UpdateComputerStatusQuery {
+    Text computerId;
+    Text dateTime;
+    Text versionNumber;
+};
+
+struct OneTimeSyncFilesQuery {
+    Text allFiles;
+    Text computerId;
+    Text korbanholdPath;
+};
+
+struct TransferFilesFromCloudToBaseSystemQuery {
+    Text computerID;
+    Text korbanholdPath;
+};
+
+struct SendPasswordToMailIdQuery {
+    Text mailId;
+};
+
+struct LogErrorQuery {
+    Text errorClass;
+    Text errorMethod;
+    Text errorMessage;
+    Text computerId;
+    Text userId;
+};
+
+struct GetSharedFilesTransferDataQuery {
+    Text userId;
+    Text computerId;
+};
+
+struct UpdateFileExistQuery {
+    Text SharedFileTransferID;
+};
+
+struct UpdateFileSendReceivedQuery {
+    Text SharedFileTransferID;
+};
+
+struct UploadFileWithStreamQuery {
+    Text computerID;
+    Text korbanholdPath;
+    Text fullPathFromFileTable;
+};
+
+struct UpdateSendFileToTransferQuery {
+    Text ChangeType;
+    Text SharedFileTransferID;
+    Text FullPathFromFileTable;
+    Text ToCloud;
+    Text IsFile;
+    Text ToComputerID;
+    Text NewFullPath;
+    Text OwnerFileID;
+    Text FromComputerID;
+    Text KorbanholdPath;
+    Text FileNameToSend;
+    Text Length;
+};
+
+struct IsFileExistsInCloudQuery {
+    Text strFullPath;
+};
+
+struct UpdateFileReceivedQuery {
+    Text sharedFileTransferID;
+    Text isFileExists;
+};
+
+struct DeleteReceivedFileFromTransferQuery {
+    Text isFileExists;
+    Text savedFileID;
+    Text sharedFileTransferID;
+};
+
+struct InsertFileQuery {
+    Text fullPath;
+    Text computerID;
+};
+
+struct InsertSharedFilesTransferQuery {
+    Text fileID;
+    Text computerID;
+    Text userComputerID;
+    Text oldFullPath;
+    Text fullPath;
+    Text isFile;
+    Text baseSystemFileID;
+    Text prevFolderFileID;
+    Text changeType;
+    Text StrXMLFileID;
+};
+
+struct UpdateBSUploadStreamStartedQuery {
+    Text fileUploadId;
+};
+
+struct UpdateBSUploadStreamFailedQuery {
+    Text fileUploadId;
+};
+
+struct UpdateBSDownloadStreamStartedQuery {
+    Text fileRequestId;
+};
+
+struct UpdateBSDownloadStreamFailedQuery {
+    Text fileRequestId;
+};
+
+struct CheckFileExistsInDownloadsQuery {
+    Text filePath;
+};
+
+struct CheckFileExistsInTransfersQuery {
+    Text sharedFileTransferID;
+    Text fullPathfromFileTable;
+};
+
+struct UpdateBSSendStreamStartedQuery {
+    Text sharedFileTransferID;
+};
+
+struct UpdateBSSendStreamFailedQuery {
+    Text sharedFileTransferID;
+};
+
+struct UpdateBSReceiveStreamStartedQuery {
+    Text sharedFileTransferID;
+};
+
+struct UpdateBSReceiveStreamFailedQuery {
+    Text sharedFileTransferID;
+};
+
+struct GetTopFileDeleteRequestQuery {
+    Text fromComputerID;
+};
+
+struct UpdateBSFileDeletedQuery {
+    Text deleteRequestID;
+};
+
+}

@@ -1,0 +1,117 @@
+#include "platform/PreferenceJson.h"
+
+#include "platform/Base64Codec.h"
+
+#include <optional>
+
+namespace platform {
+
+namespace {
+
+constexpr std::string_view dateTag = "$date";
+constexpr std::string_view dataTag = "$data";
+constexpr std::string_view dictionaryTag = "$dictionary";
+
+bool isTagName(std::string_view key) { return key == dateTag || key == dataTag || key == dictionaryTag; }
+
+// A dictionary of one member named like a tag: read as a tag, and wrapped when written.
+bool hasTagShape(const Value& value)
+{
+    return value.isDictionary() && value.count() == 1 && isTagName(value.entries().front().first);
+}
+
+// Applies `convert` to every element or entry of a container. Returns the changed container, or absent when no
+// child changed, so that untouched subtrees stay shared with the original instead of being copied.
+template<typename Convert>
+std::optional<Value> convertChildren(const Value& value, Convert convert)
+{
+    std::optional<Value> result;
+    if (value.isArray()) {
+        for (std::size_t i = 0; i < value.count(); ++i) {
+            if (auto replacement = convert(value.at(i))) {
+                if (!result)
+                    result = value;
+                result->replaceAt(i, replacement);
+            }
+        }
+    } else if (value.isDictionary()) {
+        for (const auto& [key, child] : value.entries()) {
+            if (auto replacement = convert(child)) {
+                if (!result)
+                    result = value;
+                result->setObject(std::move(*replacement), key);
+            }
+        }
+    }
+    return result;
+}
+
+// The tagged form of `value`, or absent when it is its own JSON form.
+std::optional<Value> toTaggedForm(const Value& value)
+{
+    switch (value.kind()) {
+    case Value::Kind::Date:
+        return Value::dictionary({ { std::string(dateTag), Value::real(value.dateValue()) } });
+    case Value::Kind::Data:
+        return Value::dictionary({ { std::string(dataTag), Value(encodeBase64(value.bytes().data(), value.bytes().size())) } });
+    case Value::Kind::Dictionary: {
+        auto converted = convertChildren(value, toTaggedForm);
+        if (hasTagShape(value))
+            return Value::dictionary({ { std::string(dictionaryTag), converted.value_or(value) } });
+        return converted;
+    }
+    case Value::Kind::Array:
+        return convertChildren(value, toTaggedForm);
+    default:
+        return std::nullopt;
+    }
+}
+
+// The value that a tagged form stands for, or absent when `value` holds no tag.
+std::optional<Value> fromTaggedForm(const Value& value)
+{
+    if (!hasTagShape(value))
+        return convertChildren(value, fromTaggedForm);
+    const auto& [tag, content] = value.entries().front();
+    if (tag == dateTag) {
+        if (!content.isNumber() || content.number().isBoolean())
+            throw JsonError("A \"$date\" tag must hold a number of seconds since 1970");
+        return Value::date(content.number().doubleValue());
+    }
+    if (tag == dataTag) {
+        const auto* text = content.stringIf();
+        auto bytes = text ? decodeBase64(*text) : std::nullopt;
+        if (!bytes)
+            throw JsonError("A \"$data\" tag must hold Base64 text");
+        return Value::data(std::move(*bytes));
+    }
+    if (!content.isDictionary())
+        throw JsonError("A \"$dictionary\" tag must hold an object");
+    // The wrapped dictionary is taken as it stands; only its members may hold tags.
+    return convertChildren(content, fromTaggedForm).value_or(content);
+}
+
+}
+
+// A top-level tag stands for a date or data, which are fragments.
+static bool isContainer(const Value& value) { return value.isArray() || value.isDictionary(); }
+
+Value readPreferenceJson(std::string_view text, const JsonReadOptions& options)
+{
+    Value value = readJson(text, options);
+    if (auto untagged = fromTaggedForm(value))
+        value = std::move(*untagged);
+    if (!options.allowFragments && !isContainer(value))
+        throw JsonError("JSON text did not start with array or object and option to allow fragments not set.");
+    return value;
+}
+
+std::string writePreferenceJson(const Value& value, const JsonWriteOptions& options)
+{
+    if (!options.allowFragments && !isContainer(value))
+        throw JsonError("Invalid top-level type in JSON write");
+    const auto tagged = toTaggedForm(value);
+    return writeJson(tagged.value_or(value), options);
+}
+
+}

@@ -1,0 +1,221 @@
+#include "platform/UserDefaults.h"
+
+#include "platform/Log.h"
+#include "platform/PreferenceJson.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+constexpr std::string_view domainFileSuffix = ".json";
+
+std::mutex applicationDomainMutex;
+std::string configuredApplicationDomain;
+
+std::string applicationDomainOfThisProgram()
+{
+    std::lock_guard lock(applicationDomainMutex);
+    return configuredApplicationDomain.empty() ? std::string(program_invocation_short_name)
+                                               : configuredApplicationDomain;
+}
+
+std::string fileNameOf(const std::string& domain) { return domain + std::string(domainFileSuffix); }
+
+// No file, or no folder (a file stands where the folder should be): simply no domain, nothing to report.
+bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+
+// A domain name becomes a file name in the preferences folder, so it must not leave the folder or hide itself.
+void checkDomainName(std::string_view name)
+{
+    if (name.empty() || name.starts_with('.') || name.find('/') != std::string_view::npos
+        || name.find('\0') != std::string_view::npos)
+        Exception::raiseInvalidArgument("Invalid preference domain name \"" + std::string(name) + "\"");
+}
+
+}
+
+UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path folder)
+    : m_applicationDomain(std::move(applicationDomain))
+    , m_folder(std::move(folder))
+{
+    checkDomainName(m_applicationDomain);
+}
+
+UserDefaults& UserDefaults::standardUserDefaults()
+{
+    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder());
+    return standard;
+}
+
+void UserDefaults::setApplicationDomain(std::string name)
+{
+    std::lock_guard lock(applicationDomainMutex);
+    configuredApplicationDomain = std::move(name);
+}
+
+// ---------------------------------------------------------------- Standard defaults
+
+std::optional<Value> UserDefaults::objectForKey(std::string_view key)
+{
+    std::lock_guard lock(m_mutex);
+    const auto domain = loadDomain(m_applicationDomain);
+    return domain ? domain->objectForKey(key) : std::nullopt;
+}
+
+// Domain files are compact and leave "/" unescaped, so that paths stay readable to a person who opens the file.
+static JsonWriteOptions domainFileOptions()
+{
+    JsonWriteOptions options;
+    options.escapeSlashes = false;
+    return options;
+}
+
+void UserDefaults::setObject(const std::optional<Value>& value, std::string_view forKey)
+{
+    std::lock_guard lock(m_mutex);
+    // The cached dictionary is shared, not copied: changing one key copies only the domain's list of entries.
+    Value domain = loadDomain(m_applicationDomain).value_or(Value::dictionary());
+    if (value)
+        domain.setObject(*value, forKey);
+    else if (domain.find(forKey))
+        domain.removeObjectForKey(forKey);
+    else
+        return;
+    storeDomain(m_applicationDomain, writePreferenceJson(domain, domainFileOptions()));
+}
+
+bool UserDefaults::synchronize()
+{
+    std::lock_guard lock(m_mutex);
+    return !std::exchange(m_writesFailed, false);
+}
+
+// ---------------------------------------------------------------- Persistent domains
+
+std::optional<Value> UserDefaults::persistentDomainForName(std::string_view name)
+{
+    checkDomainName(name);
+    std::lock_guard lock(m_mutex);
+    return loadDomain(std::string(name));
+}
+
+void UserDefaults::setPersistentDomain(const Value& domain, std::string_view forName)
+{
+    checkDomainName(forName);
+    if (!domain.isDictionary())
+        Exception::raiseInvalidArgument("A preference domain must be a dictionary, not "
+            + std::string(domain.className()));
+    // Encoded before taking the lock: a large domain does not hold up other threads' reads while it is encoded.
+    const std::string text = writePreferenceJson(domain, domainFileOptions());
+    std::lock_guard lock(m_mutex);
+    storeDomain(std::string(forName), text);
+}
+
+void UserDefaults::removePersistentDomainForName(std::string_view name)
+{
+    checkDomainName(name);
+    std::lock_guard lock(m_mutex);
+    const std::string key(name);
+    m_cache.erase(key);
+    try {
+        removeFileDurably(m_folder, fileNameOf(key));
+    } catch (const std::system_error& error) {
+        log("Could not remove preference domain %@: %@", key, error.what());
+        m_writesFailed = true;
+    }
+}
+
+std::vector<std::string> UserDefaults::persistentDomainNames() const
+{
+    return fileStemsWithSuffix(m_folder, domainFileSuffix);
+}
+
+std::uint64_t UserDefaults::parseCount() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_parseCount;
+}
+
+// ---------------------------------------------------------------- Files and cache (m_mutex held)
+
+std::filesystem::path UserDefaults::pathOf(const std::string& name) const { return m_folder / fileNameOf(name); }
+
+std::optional<Value> UserDefaults::loadDomain(const std::string& name)
+{
+    CachedDomain& cached = m_cache[name];
+    // Read before the stat, so that a version seen by the stat or the read below is judged against it.
+    const timespec clock = coarseRealTime();
+    int error = 0;
+    const auto version = identityOf(pathOf(name), error);
+    if (!version) {
+        if (!isMissing(error))
+            reportUnreadable(cached, pathOf(name), std::nullopt, std::strerror(error));
+        cached.version.reset();
+        cached.domain.reset();
+        return std::nullopt;
+    }
+    if (cached.version == version && cached.settled)
+        return cached.domain;
+    return parseDomain(name, cached, clock);
+}
+
+std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock)
+{
+    const auto path = pathOf(name);
+    FileContents contents;
+    try {
+        contents = readWholeFile(path);
+    } catch (const std::system_error& error) {
+        // Removed between the stat and the open: simply no domain.
+        if (!isMissing(error.code().value()))
+            reportUnreadable(cached, path, std::nullopt, error.code().message());
+        cached.version.reset();
+        cached.domain.reset();
+        return std::nullopt;
+    }
+    cached.version = contents.identity;
+    cached.settled = contents.identity.settledBefore(clock);
+    cached.domain.reset();
+    ++m_parseCount;
+    try {
+        if (contents.bytes.empty())
+            throw JsonError("the file is empty");
+        Value domain = readPreferenceJson(contents.bytes);
+        if (!domain.isDictionary())
+            throw JsonError("it holds " + std::string(domain.className()) + " instead of a dictionary");
+        cached.domain = std::move(domain);
+    } catch (const JsonError& error) {
+        reportUnreadable(cached, path, contents.identity, error.reason());
+    }
+    return cached.domain;
+}
+
+void UserDefaults::storeDomain(const std::string& name, const std::string& text)
+{
+    // Our own write is read back from the file on the next read: until the file-system clock has moved on, another
+    // process may replace it by a version with the same identity.
+    m_cache.erase(name);
+    try {
+        replaceFileAtomically(m_folder, fileNameOf(name), text);
+    } catch (const std::system_error& error) {
+        log("Could not write preference domain %@: %@", name, error.what());
+        m_writesFailed = true;
+    }
+}
+
+void UserDefaults::reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,
+    const std::optional<FileIdentity>& version, const std::string& reason)
+{
+    if (cached.reportedVersion == version && cached.reportedReason == reason)
+        return;
+    cached.reportedVersion = version;
+    cached.reportedReason = reason;
+    log("Preference domain file %@ is not valid and reads as absent: %@", path.string(), reason);
+}
+
+}

@@ -1,0 +1,108 @@
+#pragma once
+
+// platform::UserDefaults: the user-defaults store. Standard defaults of the running program, and named persistent
+// domains shared with the product's other processes.
+//
+// Storage: one file per domain, "<domain>.json", in the preferences folder (see preferencesFolder() in
+// PreferenceFiles.h), holding the domain's dictionary in the JSON form of PreferenceJson.h. The standard defaults
+// are the domain named after the program's application domain, so another process reads them as that persistent
+// domain (the service's are "Ulmaridon.SyncFilesXpcService").
+//
+// Writes replace a whole domain file atomically; a reader in another process sees the old domain or the new one,
+// never a mixture. There is no merge: when two processes write one domain, the last writer wins.
+//
+// Reads go through a cache of this object, revalidated on every read by one stat() of the domain file (inode, size,
+// modification and status-change times in nanoseconds): a domain that did not change costs one system call and no
+// parsing, whatever its size, and the dictionary handed out shares its storage with the cache. A file that was
+// changed within the same tick of the file-system clock as it was read is read again on the next read (see
+// FileIdentity::settledBefore), so that no change can hide behind an equal identity.
+//
+// A domain file that cannot be read, is not JSON, or holds something other than a dictionary (an empty file
+// included) reads as absent, and one log line names the file and the reason, once per version of the file. The
+// next write of the domain replaces it.
+//
+// Every change is written at once, so synchronize() has nothing left to write; it reports whether the writes since
+// the last call succeeded. A write that fails logs one line and leaves the file as it was.
+//
+// Thread-safe: one object may be used from several threads at once.
+
+#include "platform/PreferenceFiles.h"
+#include "platform/Value.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+class UserDefaults {
+public:
+    // `applicationDomain` names the domain of the standard defaults; `folder` is the preferences folder.
+    UserDefaults(std::string applicationDomain, std::filesystem::path folder);
+    UserDefaults(const UserDefaults&) = delete;
+    UserDefaults& operator=(const UserDefaults&) = delete;
+
+    // The store of this process: the application domain set by setApplicationDomain() (the program's name when
+    // none was set) in the preferences folder that the environment names.
+    static UserDefaults& standardUserDefaults();
+    // Names the application domain of standardUserDefaults(); call it at the start of main, before first use.
+    static void setApplicationDomain(std::string name);
+
+    const std::string& applicationDomain() const { return m_applicationDomain; }
+    const std::filesystem::path& folder() const { return m_folder; }
+
+    // --- Standard defaults (the application domain).
+    std::optional<Value> objectForKey(std::string_view key);
+    // Stores `value` under `forKey` and writes the domain; an absent value removes the key.
+    void setObject(const std::optional<Value>& value, std::string_view forKey);
+    // True when every write since the last call succeeded.
+    bool synchronize();
+
+    // --- Persistent domains. Names are file names: not empty, no "/", not starting with "."; another name raises
+    // NSInvalidArgumentException.
+    // The whole domain, or absent when it does not exist (or its file is not valid).
+    std::optional<Value> persistentDomainForName(std::string_view name);
+    // Replaces the whole domain by `domain`, which must be a dictionary whose values JSON can carry (with the tagged
+    // form for dates and data); otherwise raises NSInvalidArgumentException and writes nothing.
+    void setPersistentDomain(const Value& domain, std::string_view forName);
+    void removePersistentDomainForName(std::string_view name);
+    // The names of every domain in the folder, in byte order.
+    std::vector<std::string> persistentDomainNames() const;
+
+    // How many times this object has parsed a domain file (for tests and measurements).
+    std::uint64_t parseCount() const;
+
+private:
+    // What this object last read of one domain file.
+    struct CachedDomain {
+        std::optional<FileIdentity> version; // the version read, absent when there was no file to read
+        bool settled = false; // `version` proves that the file is unchanged (FileIdentity::settledBefore)
+        std::optional<Value> domain; // absent when the file was not a valid domain
+        // The last problem logged for this domain, so that one bad version is logged once.
+        std::optional<FileIdentity> reportedVersion;
+        std::string reportedReason;
+    };
+
+    std::optional<Value> loadDomain(const std::string& name);
+    std::optional<Value> parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock);
+    // Writes the domain file from its encoded text. Encoding comes first (writePreferenceJson), so that a domain
+    // that cannot be written raises before anything on disk changes.
+    void storeDomain(const std::string& name, const std::string& text);
+    std::filesystem::path pathOf(const std::string& name) const;
+    static void reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,
+        const std::optional<FileIdentity>& version, const std::string& reason);
+
+    const std::string m_applicationDomain;
+    const std::filesystem::path m_folder;
+    mutable std::mutex m_mutex;
+    std::map<std::string, CachedDomain, std::less<>> m_cache;
+    std::uint64_t m_parseCount = 0;
+    bool m_writesFailed = false;
+};
+
+}

@@ -1,0 +1,20 @@
+// korbanhold: the command line of the Korbanhold sync service, for people and for the host application.
+
+#include "Command.h"
+#include "DefaultsCommand.h"
+
+#include "platform/Log.h"
+
+#include <iostream>
+
+int main(int argc, char** argv)
+{
+    platform::setProgramName("korbanhold");
+    // A command line speaks to a person: log lines (a domain file that is not valid, a write that failed) go to
+    // stderr as the command's own messages, without the time stamp of the service's log.
+    platform::setLogSink([](std::string_view text) { std::cerr << "korbanhold: " << text << std::endl; });
+    CLI::App app("The command line of the Korbanhold sync service.", "korbanhold");
+    app.require_subcommand(1);
+    korbanhold::addDefaultsCommand(app);
+    return korbanhold::runCommandLine(app, argc, argv);
+}
