@@ -147,9 +147,10 @@ TEST(FaultsOnTheCommandLine, AreAppliedLikeThoseOfTheAdminInterface)
 
 TEST(FaultsOnTheCommandLine, AWrongFaultStopsTheServerFromStarting)
 {
-    std::string output;
-    EXPECT_NE(runServerProgram({ "--port", "0", "--db", ":memory:", "--fault", "kind=delay" }, output), 0);
-    EXPECT_NE(output.find("\"ms\" belongs to a fault of kind delay"), std::string::npos) << output;
+    const auto result = runServerProgram({ "--port", "0", "--db", ":memory:", "--fault", "kind=delay" });
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_NE(result.standardError.find("\"ms\" belongs to a fault of kind delay"), std::string::npos)
+        << result.standardError;
 }
 
 TEST(FaultText, ReadsEveryField)

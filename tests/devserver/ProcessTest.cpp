@@ -26,7 +26,7 @@ TEST(ServerProgram, PrintsExactlyOneListeningLineWithTheServiceBaseUrl)
 TEST(ServerProgram, EndsCleanlyOnSigterm)
 {
     ServerProcess server;
-    EXPECT_EQ(server.stop(SIGTERM), 0);
+    EXPECT_EQ(server.stop(SIGTERM).exitCode, 0);
 }
 
 TEST(ServerProgram, EndsCleanlyOnSigintEvenWithARequestHeldBack)
@@ -35,23 +35,26 @@ TEST(ServerProgram, EndsCleanlyOnSigintEvenWithARequestHeldBack)
     std::thread client([&] { send({ .url = server.methodUrl(batchMethod), .body = "[]" }); });
     // Give the request time to arrive and be held back.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(server.stop(SIGINT), 0);
+    EXPECT_EQ(server.stop(SIGINT).exitCode, 0);
     client.join();
 }
 
 TEST(ServerProgram, RefusesAPortThatIsTaken)
 {
     ServerProcess first;
-    std::string output;
-    EXPECT_NE(runServerProgram({ "--db", ":memory:", "--port", std::to_string(first.port()) }, output), 0);
-    EXPECT_NE(output.find("cannot listen on 127.0.0.1:" + std::to_string(first.port())), std::string::npos) << output;
+    const auto result = runServerProgram({ "--db", ":memory:", "--port", std::to_string(first.port()) });
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.standardError.find("cannot listen on 127.0.0.1:" + std::to_string(first.port())), std::string::npos)
+        << result.standardError;
 }
 
 TEST(ServerProgram, KeepsItsDatabaseUnderXdgStateHomeByDefault)
 {
     testsupport::TempDir state;
     {
-        ServerProcess server({}, { "XDG_STATE_HOME=" + state.string() });
+        testsupport::ProcessOptions options;
+        options.environment = { { "XDG_STATE_HOME", state.string() } };
+        ServerProcess server({}, options);
         postBatch(server, { { "Created", "h\\a" } });
     }
     EXPECT_TRUE(std::filesystem::exists(state / "korbanhold/devserver.sqlite"));
@@ -59,8 +62,9 @@ TEST(ServerProgram, KeepsItsDatabaseUnderXdgStateHomeByDefault)
 
 TEST(ServerProgram, PrintsTheSchemaThatItsDocumentationShows)
 {
-    std::string schema;
-    ASSERT_EQ(runServerProgram({ "--print-schema" }, schema), 0);
+    const auto result = runServerProgram({ "--print-schema" });
+    ASSERT_EQ(result.exitCode, 0);
+    const auto& schema = result.standardOutput;
     EXPECT_NE(schema.find("CREATE TABLE IF NOT EXISTS files"), std::string::npos);
     const auto docs = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "docs/devserver.md";
     std::ifstream file(docs);
@@ -82,7 +86,7 @@ TEST_F(Persistence, TheFileTablesAndTheRequestLogSurviveARestartWithTheSameDatab
         ServerProcess server({ "--db", database });
         postBatch(server, { { "Created", "h\\a" }, { "Created", "h\\a\\x.txt" } });
         before = fileTable(server, "7");
-        ASSERT_EQ(server.stop(SIGTERM), 0);
+        ASSERT_EQ(server.stop(SIGTERM).exitCode, 0);
     }
     ServerProcess server({ "--db", database });
     EXPECT_EQ(fileTable(server, "7"), before);
@@ -113,7 +117,7 @@ TEST_F(Persistence, ADatabaseOfAnotherSchemaVersionIsRefused)
     ASSERT_EQ(sqlite3_open(database.c_str(), &db), SQLITE_OK);
     sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr);
     sqlite3_close(db);
-    std::string output;
-    EXPECT_EQ(runServerProgram({ "--db", database, "--port", "0" }, output), 1);
-    EXPECT_NE(output.find("schema version 99"), std::string::npos) << output;
+    const auto result = runServerProgram({ "--db", database, "--port", "0" });
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_NE(result.standardError.find("schema version 99"), std::string::npos) << result.standardError;
 }

@@ -2,22 +2,19 @@
 
 // korbanhold-devserver as a real child process on a free port of 127.0.0.1, for the tests of this folder.
 
+#include "support/Process.h"
+
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 namespace devservertest {
-
-// The program built beside the tests: $KORBANHOLD_BINARY_DIR/tools/korbanhold-devserver, or the same path found
-// from the test executable's own place when the variable is not set.
-std::string serverProgram();
 
 class ServerProcess {
 public:
     // Starts the server with `arguments` and "--port 0", and waits for its "listening on" line.
     explicit ServerProcess(std::vector<std::string> arguments = { "--db", ":memory:" },
-        std::vector<std::string> environment = {});
+        testsupport::ProcessOptions options = {});
     // Ends the server with SIGTERM if it still runs.
     ~ServerProcess();
     ServerProcess(const ServerProcess&) = delete;
@@ -33,17 +30,17 @@ public:
     // http://127.0.0.1:PORT<path>
     std::string url(std::string_view path) const;
 
-    // Sends `signal` and waits for the process: its exit code, or 128 + the signal that ended it.
-    int stop(int signal);
+    // Sends `signal` and waits for the process to end; what it wrote on stderr is passed on to the test's output.
+    testsupport::ProcessResult stop(int signal);
 
 private:
-    pid_t m_pid = -1;
+    testsupport::Process m_process;
+    bool m_running = true;
     std::string m_line;
     int m_port = 0;
 };
 
-// Runs the server program to its end with `arguments` (for the options that exit at once) and returns its exit
-// code; `output` receives what it wrote on stdout and stderr.
-int runServerProgram(const std::vector<std::string>& arguments, std::string& output);
+// Runs the server program to its end with `arguments`, for the options that end it at once.
+testsupport::ProcessResult runServerProgram(const std::vector<std::string>& arguments);
 
 }
