@@ -1,7 +1,7 @@
 // Arbitrary request bodies for the devserver's methods: the first byte picks the method, the rest is the body.
 // A body may be refused (BadRequest), never crash the server or corrupt its database.
 
-#include "devserver/ServiceMethods.h"
+#include "devserver/MethodTable.h"
 #include "devserver/Store.h"
 
 #include <httplib.h>

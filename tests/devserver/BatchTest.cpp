@@ -65,9 +65,7 @@ TEST_F(BatchReport, ModifiedUpdatesThePathAndKeepsItsFileId)
 {
     postBatch(*server, { { "Created", "h\\a.txt" } });
     const auto before = fileTable(*server, "7").at("h\\a.txt");
-    auto modified = Change { "Modified", "h\\a.txt" }.toValue();
-    modified.setObject(Value("42"), "FileSize");
-    const auto reply = postJson(server->methodUrl(batchMethod), Value::array({ modified })).json();
+    const auto reply = postBatch(*server, { { .type = "Modified", .fullPath = "h\\a.txt", .fileSize = "42" } }).json();
     EXPECT_EQ(returnStatuses(reply), (std::vector<std::string> { "0" }));
     const auto rows = get(server->adminUrl("files?computer=7")).json();
     ASSERT_EQ(rows.count(), 1u);

@@ -4,21 +4,28 @@ namespace devservertest {
 
 using platform::Value;
 
-Value Change::toValue() const
+std::string textOf(const messages::ReplyValue& value)
 {
-    // As the client encodes a change: the old path is empty except for a rename.
-    return Value::dictionary({ { "ChangeType", type }, { "OldFullPath", oldFullPath }, { "FullPath", fullPath },
-        { "FileSize", "1" }, { "KorbanholdPath", "home\\u\\Korbanhold" }, { "IsFile", isFile },
-        { "ComputerID", computerId }, { "FileModifiedDate", "2024-05-01 10:00:00" },
-        { "BaseSystemFileID", baseSystemFileId }, { "FileID", fileId } });
+    if (!value)
+        return "(absent)";
+    return value->isString() ? value->string() : value->description();
 }
+
+messages::SyncFilesInTableAndCloudQuery Change::toRecord() const
+{
+    // As the client fills a change: the old path is empty except for a rename.
+    return { type, oldFullPath, fullPath, fileSize, "home\\u\\Korbanhold", isFile, computerId, "2024-05-01 10:00:00",
+        baseSystemFileId, fileId };
+}
+
+Value Change::toValue() const { return batch({ *this }).at(0); }
 
 Value batch(const std::vector<Change>& changes)
 {
-    auto list = Value::array();
+    std::vector<messages::SyncFilesInTableAndCloudQuery> records;
     for (const auto& change : changes)
-        list.append(change.toValue());
-    return list;
+        records.push_back(change.toRecord());
+    return *messages::QueryParser::parseSyncFilesInTableAndCloudQuery(records).find("syncData");
 }
 
 HttpResult postBatch(const ServerProcess& server, const std::vector<Change>& changes)

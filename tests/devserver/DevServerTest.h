@@ -5,6 +5,8 @@
 
 #include "devserver/HttpClient.h"
 #include "devserver/ServerProcess.h"
+#include "devserver/MethodTable.h"
+#include "messages/Operations.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +28,28 @@ protected:
     static inline std::unique_ptr<ServerProcess> server;
 };
 
-// One change of a batch report, with the keys the client sends.
+// Posts a request record to its operation's method, encoded as the client encodes it (not for the batch report,
+// whose body is only a part of what its encoder gives).
+template<typename Operation>
+HttpResult call(const ServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
+{
+    return postJson(server.methodUrl(devserver::methodPathOf(operation.path)), operation.encoder(query));
+}
+
+// Posts a request record and decodes the reply with the client's decoder of that method.
+template<typename Operation>
+typename Operation::ResponseRecord ask(
+    const ServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
+{
+    const auto reply = call(server, operation, query);
+    EXPECT_EQ(reply.status, 200) << reply.body;
+    return operation.decoder(reply.json());
+}
+
+// The text of a reply's property, or "(absent)".
+std::string textOf(const messages::ReplyValue& value);
+
+// One change of a batch report.
 struct Change {
     std::string type {};
     std::string fullPath {};
@@ -35,10 +58,14 @@ struct Change {
     std::string isFile = "1";
     std::string baseSystemFileId = "100";
     std::string fileId {};
+    std::string fileSize = "1";
 
+    messages::SyncFilesInTableAndCloudQuery toRecord() const;
+    // As the client encodes it.
     platform::Value toValue() const;
 };
 
+// The body of a batch report as the client sends it: the "syncData" array of the encoded records.
 platform::Value batch(const std::vector<Change>& changes);
 HttpResult postBatch(const ServerProcess& server, const std::vector<Change>& changes);
 

@@ -56,7 +56,7 @@ TEST_F(MalformedRequests, AnArrayWhereAChangeObjectBelongsGetsHttp400AndNothingI
 {
     auto changes = batch({ { "Created", "h\\a" } });
     changes.append(Value::array({ "Created" }));
-    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), changes), 400, "change 1 is not a JSON object");
+    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), changes), 400, "record 1 is not a JSON object");
     EXPECT_TRUE(fileTable(*server, "7").empty());
 }
 
@@ -73,7 +73,7 @@ TEST_F(MalformedRequests, AValueThatIsNotTextGetsHttp400)
 {
     auto change = Change { "Created", "h\\a" }.toValue();
     change.setObject(Value::integer(12), "FileSize");
-    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), Value::array({ change })), 400, "\"FileSize\" of change 0 is not text");
+    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), Value::array({ change })), 400, "\"FileSize\" of record 0 is not text");
 }
 
 TEST_F(MalformedRequests, ANullOldPathIsAcceptedAsTheClientSendsIt)

@@ -1,7 +1,7 @@
 #include "devserver/DevServer.h"
 
 #include "devserver/ClientConnection.h"
-#include "devserver/ServiceMethods.h"
+#include "devserver/MethodTable.h"
 #include "platform/Json.h"
 
 #include <httplib.h>

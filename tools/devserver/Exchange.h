@@ -27,8 +27,10 @@ public:
 };
 
 Reply jsonReply(const platform::Value& value, int status = 200);
-// The reply to a request that failed as a whole: {"ReturnStatus": "1", "error": {"Message": message}}.
+// The reply to a request that failed as a whole: a "ReturnStatus" of "1" and the reason under "error".
 Reply errorReply(int status, std::string_view message);
+// The "error" of a reply: {"Message": message}.
+platform::Value errorValue(std::string_view message);
 
 // The request's body read as JSON. Throws BadRequest when it is not JSON.
 platform::Value jsonBody(const httplib::Request& request);

@@ -4,20 +4,11 @@
 // "Renamed" moves the old path and everything below it, "Deleted" removes the path and everything below it.
 
 #include "devserver/FileTable.h"
+#include "messages/Queries.h"
 
-#include <optional>
 #include <string>
 
 namespace devserver {
-
-struct FileChange {
-    std::optional<std::string> changeType;
-    std::optional<std::string> computerId;
-    std::optional<std::string> oldFullPath;
-    std::optional<std::string> fullPath;
-    std::optional<std::string> fileId;
-    FileAttributes attributes;
-};
 
 struct ChangeResult {
     // The path's file id after the change, as text: the kept or new id, the id a deleted path had, or the id the
@@ -28,6 +19,6 @@ struct ChangeResult {
 
 // Applies one change to the file table. A change that cannot be applied (unknown type, no computer or path, a
 // rename of a path the table does not hold) changes nothing and says so; removing nothing is not a failure.
-ChangeResult applyChange(FileTable& files, const FileChange& change);
+ChangeResult applyChange(FileTable& files, const messages::SyncFilesInTableAndCloudQuery& change);
 
 }

@@ -28,6 +28,8 @@ FileTable::FileTable(sqlite::Database& db)
     // substr and length both count characters, so the old prefix is cut off exactly, whatever the UTF-8.
     , m_moveBelow(db.prepare("UPDATE files SET full_path = ?4 || substr(full_path, length(?5) + 1) "
                              "WHERE computer_id = ?1 AND full_path > ?2 AND full_path < ?3"))
+    // No index serves a path without its computer; the method that asks is rare.
+    , m_anyComputerHas(db.prepare("SELECT 1 FROM files WHERE full_path = ?1 LIMIT 1"))
 {
 }
 
@@ -85,6 +87,14 @@ std::optional<std::int64_t> FileTable::move(std::string_view computerId, std::st
     }
     update(*fileId, newPath, attributes);
     return fileId;
+}
+
+bool FileTable::anyComputerHas(std::string_view fullPath)
+{
+    m_anyComputerHas.bindAll(fullPath);
+    const bool found = m_anyComputerHas.step();
+    m_anyComputerHas.reset();
+    return found;
 }
 
 }

@@ -35,6 +35,8 @@ public:
     // `oldPath` is not in the table or the move is impossible (into its own subtree, or onto a folder above it).
     std::optional<std::int64_t> move(std::string_view computerId, std::string_view oldPath, std::string_view newPath,
         const FileAttributes& attributes);
+    // True when the table of some computer holds the path.
+    bool anyComputerHas(std::string_view fullPath);
 
 private:
     void update(std::int64_t fileId, std::string_view fullPath, const FileAttributes& attributes);
@@ -46,6 +48,7 @@ private:
     sqlite::Statement m_removeOne;
     sqlite::Statement m_removeBelow;
     sqlite::Statement m_moveBelow;
+    sqlite::Statement m_anyComputerHas;
 };
 
 }

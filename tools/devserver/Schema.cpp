@@ -70,7 +70,7 @@ CREATE TABLE IF NOT EXISTS shared_transfers (
     kind        TEXT NOT NULL CHECK (kind IN ('FileToTransfer', 'RecFileFromTransfer')),
     user_id     TEXT NOT NULL,
     computer_id TEXT NOT NULL,
-    record      TEXT NOT NULL,                    -- JSON object of the transfer's fields as the reply carries them
+    record      TEXT NOT NULL CHECK (json_type(record) = 'object'),  -- the transfer's fields as the reply carries them
     state       TEXT NOT NULL DEFAULT 'pending',
     updated     TEXT NOT NULL DEFAULT (strftime('%Y-%m-%dT%H:%M:%fZ', 'now'))
 );
