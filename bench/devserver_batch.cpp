@@ -4,6 +4,7 @@
 // Usage: bench_devserver_batch [changes] [rounds]
 
 #include "devserver/DevServer.h"
+#include "messages/QueryParser.h"
 #include "platform/Json.h"
 
 #include <curl/curl.h>
@@ -18,24 +19,22 @@
 #include <unistd.h>
 #include <vector>
 
-using platform::Value;
-
 namespace {
 
+// The body as the client sends it: the "syncData" array of its encoded change records, pretty-printed.
 std::string batchBody(int changes)
 {
-    platform::Array list;
-    list.reserve(static_cast<std::size_t>(changes));
+    std::vector<messages::SyncFilesInTableAndCloudQuery> records;
+    records.reserve(static_cast<std::size_t>(changes));
     for (int index = 0; index < changes; ++index) {
         // A tree of 100 folders of files, as a first sync of a full folder reports it.
         const std::string path = "Users\\ann\\Korbanhold\\folder" + std::to_string(index % 100) + "\\file"
             + std::to_string(index) + ".txt";
-        list.push_back(Value::dictionary({ { "ChangeType", "Created" }, { "OldFullPath", "" }, { "FullPath", path },
-            { "FileSize", "12" }, { "KorbanholdPath", "Users\\ann\\Korbanhold" }, { "IsFile", "1" },
-            { "ComputerID", "1" }, { "FileModifiedDate", "2024-05-01 10:00:00" },
-            { "BaseSystemFileID", std::to_string(1000000 + index) }, { "FileID", "" } }));
+        records.push_back({ "Created", "", path, "12", "Users\\ann\\Korbanhold", "1", "1", "2024-05-01 10:00:00",
+            std::to_string(1000000 + index), "" });
     }
-    return platform::writeJson(Value::arrayOf(std::move(list)), { .prettyPrinted = true });
+    const auto encoded = messages::QueryParser::parseSyncFilesInTableAndCloudQuery(records);
+    return platform::writeJson(*encoded.find("syncData"), { .prettyPrinted = true });
 }
 
 std::size_t collect(char* data, std::size_t size, std::size_t count, void* target)
