@@ -18,7 +18,7 @@ FileTable::FileTable(sqlite::Database& db)
     , m_find(db.prepare("SELECT file_id FROM files WHERE computer_id = ?1 AND full_path = ?2"))
     , m_insert(db.prepare("INSERT INTO files (computer_id, full_path, is_file, file_size, modified_date, "
                           "base_system_file_id) VALUES (?1, ?2, coalesce(?3, ''), coalesce(?4, ''), coalesce(?5, ''), "
-                          "coalesce(?6, ''))"))
+                          "coalesce(?6, '')) ON CONFLICT (computer_id, full_path) DO NOTHING"))
     // An absent attribute (NULL) keeps the stored one.
     , m_update(db.prepare("UPDATE files SET full_path = ?2, is_file = coalesce(?3, is_file), "
                           "file_size = coalesce(?4, file_size), modified_date = coalesce(?5, modified_date), "
@@ -35,15 +35,16 @@ FileTable::FileTable(sqlite::Database& db)
 
 std::int64_t FileTable::put(std::string_view computerId, std::string_view fullPath, const FileAttributes& attributes)
 {
-    // A look-up and a plain INSERT or UPDATE cost half of what one upsert with RETURNING costs in SQLite.
-    if (const auto fileId = find(computerId, fullPath)) {
-        update(*fileId, fullPath, attributes);
-        return *fileId;
-    }
+    // An INSERT that does nothing for a path already there, then a look-up and an UPDATE for that path only: a new
+    // path costs one statement, and neither costs the upsert with RETURNING that SQLite runs twice as slowly.
     m_insert.bindAll(computerId, fullPath, attributes.isFile, attributes.fileSize, attributes.modifiedDate,
         attributes.baseSystemFileId);
     m_insert.run();
-    return m_db.lastInsertRowid();
+    if (m_db.changes() > 0)
+        return m_db.lastInsertRowid();
+    const auto fileId = find(computerId, fullPath);
+    update(*fileId, fullPath, attributes);
+    return *fileId;
 }
 
 void FileTable::update(std::int64_t fileId, std::string_view fullPath, const FileAttributes& attributes)
