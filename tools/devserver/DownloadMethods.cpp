@@ -17,10 +17,9 @@ constexpr std::string_view requestId = "file_request_id";
 GetTopFileRequestResponseData getTopFileRequest(Tables& tables, const GetTopFileRequestQuery& query)
 {
     GetTopFileRequestResponseData reply;
-    auto top = tables.db.prepare("SELECT file_path, file_request_id, transit_download_path, from_shared, file_id, "
-                                 "byte_start_pos FROM downloads WHERE from_computer_id = ?1 AND "
-                                 "state IN ('pending', 'failed') ORDER BY file_request_id LIMIT 1");
-    top.bindAll(query.fromComputerID.value_or(""));
+    auto top = oldestEntry(tables, downloads,
+        "file_path, file_request_id, transit_download_path, from_shared, file_id, byte_start_pos", "from_computer_id",
+        query.fromComputerID, "('pending', 'failed')");
     if (!top.step())
         return setStatus(reply, false, "no download requested from computer " + query.fromComputerID.value_or(""));
     reply.filePath = text(top.text(0));
@@ -86,9 +85,8 @@ CheckFileExistsInDownloadsResponseData checkFileExistsInDownloads(
 GetTopFileDeleteResponseData getTopFileDeleteRequest(Tables& tables, const GetTopFileDeleteRequestQuery& query)
 {
     GetTopFileDeleteResponseData reply;
-    auto top = tables.db.prepare("SELECT delete_request_id, file_path FROM delete_requests WHERE "
-                                 "from_computer_id = ?1 AND state = 'pending' ORDER BY delete_request_id LIMIT 1");
-    top.bindAll(query.fromComputerID.value_or(""));
+    auto top = oldestEntry(tables, "delete_requests", "delete_request_id, file_path", "from_computer_id",
+        query.fromComputerID, "('pending')");
     if (!top.step())
         return setStatus(reply, false);
     reply.deleteRequestID = text(top.integer(0));

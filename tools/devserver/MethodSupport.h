@@ -44,6 +44,11 @@ Reply statusReply(bool succeeded, std::string_view failure = {})
     return setStatus(reply, succeeded, failure);
 }
 
+// The oldest entry of a computer's queue among those in one of `states` (an SQL list such as "('pending')"), as a
+// statement on its row with `columns`: step() tells whether there is one.
+sqlite::Statement oldestEntry(Tables& tables, std::string_view table, std::string_view columns,
+    std::string_view computerColumn, const Text& computer, std::string_view states);
+
 // Moves the queue entry `id` of `table` (whose key column is `idColumn`) to `state`. False when there is no such
 // entry.
 bool setState(Tables& tables, std::string_view table, std::string_view idColumn, const Text& id, std::string_view state);

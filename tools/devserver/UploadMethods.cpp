@@ -12,12 +12,10 @@ namespace {
 constexpr std::string_view uploads = "uploads";
 constexpr std::string_view uploadId = "file_upload_id";
 
+// The top of a computer's upload queue.
 sqlite::Statement topUpload(Tables& tables, std::string_view columns, const Text& computer)
 {
-    auto query = tables.db.prepare("SELECT " + std::string(columns) + " FROM uploads WHERE to_computer_id = ?1 AND "
-                                   "state IN ('pending', 'failed') ORDER BY file_upload_id LIMIT 1");
-    query.bindAll(computer.value_or(""));
-    return query;
+    return oldestEntry(tables, uploads, columns, "to_computer_id", computer, "('pending', 'failed')");
 }
 
 }
