@@ -39,19 +39,21 @@ Reply answerStreamDownload(Store& store, const httplib::Request& request)
         store.transaction([&](Tables& tables) { return answer(tables, query); }) };
 }
 
+// A request header named `key`, if there is one, as the text under `key` in `fields`.
+void copyHeader(const httplib::Request& request, std::string_view key, platform::Value& fields)
+{
+    const std::string name(key);
+    if (request.has_header(name))
+        fields.setObject(platform::Value(request.get_header_value(name)), key);
+}
+
 // The request record in headers named like its keys, the file's bytes as the body, and a JSON reply.
 template<auto answer>
 Reply answerStreamUpload(Store& store, const httplib::Request& request)
 {
     using Query = QueryOf<answer>;
     auto fields = platform::Value::dictionary();
-    std::apply(
-        [&](const auto&... entry) {
-            ((request.has_header(std::string(entry.key))
-                     ? fields.setObject(platform::Value(request.get_header_value(std::string(entry.key))), entry.key)
-                     : void()),
-                ...);
-        },
+    std::apply([&](const auto&... entry) { (copyHeader(request, entry.key, fields), ...); },
         messages::KeyList<Query>::keys);
     const auto query = messages::decode<Query>(&fields);
     return jsonReply(
