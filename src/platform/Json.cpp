@@ -179,7 +179,7 @@ namespace {
 
 class Writer {
 public:
-    explicit Writer(bool pretty) : m_pretty(pretty) { }
+    explicit Writer(const JsonWriteOptions& options) : m_pretty(options.prettyPrinted), m_escapeSlashes(options.escapeSlashes) { }
 
     void write(const Value& value, int depth)
     {
@@ -267,7 +267,7 @@ private:
                 m_out += "\\\\";
                 break;
             case '/':
-                m_out += "\\/";
+                m_out += m_escapeSlashes ? "\\/" : "/";
                 break;
             case '\n':
                 m_out += "\\n";
@@ -298,6 +298,7 @@ private:
     }
 
     bool m_pretty;
+    bool m_escapeSlashes;
     std::string m_out;
 };
 
@@ -307,7 +308,7 @@ std::string writeJson(const Value& value, const JsonWriteOptions& options)
 {
     if (!options.allowFragments && !value.isArray() && !value.isDictionary())
         throw JsonError("Invalid top-level type in JSON write");
-    Writer writer(options.prettyPrinted);
+    Writer writer(options);
     writer.write(value, 0);
     return writer.take();
 }

@@ -35,6 +35,8 @@ struct JsonWriteOptions {
     bool prettyPrinted = false;
     // Accept a top-level value that is neither a dictionary nor an array.
     bool allowFragments = false;
+    // Write "/" as "\/" as the framework's serialiser does; text meant for people reads better without it.
+    bool escapeSlashes = true;
 };
 
 std::string writeJson(const Value& value, const JsonWriteOptions& options = {});

@@ -1,6 +1,7 @@
 #include "platform/PreferenceJson.h"
 
-#include <array>
+#include "platform/Base64Codec.h"
+
 #include <optional>
 
 namespace platform {
@@ -10,55 +11,6 @@ namespace {
 constexpr std::string_view dateTag = "$date";
 constexpr std::string_view dataTag = "$data";
 constexpr std::string_view dictionaryTag = "$dictionary";
-
-constexpr char base64Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-std::string encodeBase64(const Bytes& bytes)
-{
-    std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t available = std::min<std::size_t>(3, bytes.size() - i);
-        std::uint32_t group = std::uint32_t { bytes[i] } << 16;
-        if (available > 1)
-            group |= std::uint32_t { bytes[i + 1] } << 8;
-        if (available > 2)
-            group |= bytes[i + 2];
-        for (std::size_t sextet = 0; sextet < 4; ++sextet)
-            text += sextet <= available ? base64Alphabet[(group >> (18 - 6 * sextet)) & 0x3F] : '=';
-    }
-    return text;
-}
-
-// Strict: a length that is a multiple of four, padding only at the end, no other characters.
-std::optional<Bytes> decodeBase64(std::string_view text)
-{
-    static const auto sextets = [] {
-        std::array<std::int8_t, 256> table {};
-        table.fill(-1);
-        for (std::size_t i = 0; i < 64; ++i)
-            table[static_cast<unsigned char>(base64Alphabet[i])] = static_cast<std::int8_t>(i);
-        return table;
-    }();
-    if (text.size() % 4 != 0)
-        return std::nullopt;
-    Bytes bytes;
-    bytes.reserve(text.size() / 4 * 3);
-    for (std::size_t i = 0; i < text.size(); i += 4) {
-        const bool last = i + 4 == text.size();
-        const std::size_t padding = last ? (text[i + 3] == '=') + (text[i + 2] == '=' && text[i + 3] == '=') : 0;
-        std::uint32_t group = 0;
-        for (std::size_t j = 0; j < 4 - padding; ++j) {
-            const auto sextet = sextets[static_cast<unsigned char>(text[i + j])];
-            if (sextet < 0)
-                return std::nullopt;
-            group |= static_cast<std::uint32_t>(sextet) << (18 - 6 * j);
-        }
-        for (std::size_t j = 0; j < 3 - padding; ++j)
-            bytes.push_back(static_cast<std::uint8_t>(group >> (16 - 8 * j)));
-    }
-    return bytes;
-}
 
 bool isTagName(std::string_view key) { return key == dateTag || key == dataTag || key == dictionaryTag; }
 
@@ -101,7 +53,7 @@ std::optional<Value> toTaggedForm(const Value& value)
     case Value::Kind::Date:
         return Value::dictionary({ { std::string(dateTag), Value::real(value.dateValue()) } });
     case Value::Kind::Data:
-        return Value::dictionary({ { std::string(dataTag), Value(encodeBase64(value.bytes())) } });
+        return Value::dictionary({ { std::string(dataTag), Value(encodeBase64(value.bytes().data(), value.bytes().size())) } });
     case Value::Kind::Dictionary: {
         auto converted = convertChildren(value, toTaggedForm);
         if (hasTagShape(value))

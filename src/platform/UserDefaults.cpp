@@ -67,6 +67,14 @@ std::optional<Value> UserDefaults::objectForKey(std::string_view key)
     return domain ? domain->objectForKey(key) : std::nullopt;
 }
 
+// Domain files are compact and leave "/" unescaped, so that paths stay readable to a person who opens the file.
+static JsonWriteOptions domainFileOptions()
+{
+    JsonWriteOptions options;
+    options.escapeSlashes = false;
+    return options;
+}
+
 void UserDefaults::setObject(const std::optional<Value>& value, std::string_view forKey)
 {
     std::lock_guard lock(m_mutex);
@@ -78,7 +86,7 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
         domain.removeObjectForKey(forKey);
     else
         return;
-    storeDomain(m_applicationDomain, writePreferenceJson(domain));
+    storeDomain(m_applicationDomain, writePreferenceJson(domain, domainFileOptions()));
 }
 
 bool UserDefaults::synchronize()
@@ -103,7 +111,7 @@ void UserDefaults::setPersistentDomain(const Value& domain, std::string_view for
         Exception::raiseInvalidArgument("A preference domain must be a dictionary, not "
             + std::string(domain.className()));
     // Encoded before taking the lock: a large domain does not hold up other threads' reads while it is encoded.
-    const std::string text = writePreferenceJson(domain);
+    const std::string text = writePreferenceJson(domain, domainFileOptions());
     std::lock_guard lock(m_mutex);
     storeDomain(std::string(forName), text);
 }

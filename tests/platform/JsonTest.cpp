@@ -298,3 +298,11 @@ TEST(JsonWrite, WrittenValuesReadBackEqual)
         EXPECT_EQ(again.keys(), value.keys());
     }
 }
+
+TEST(JsonWrite, SlashesStayBareWhenEscapingIsTurnedOff)
+{
+    platform::JsonWriteOptions options;
+    options.escapeSlashes = false;
+    EXPECT_EQ(platform::writeJson(platform::Value::array({ "/a/b" }), options), "[\"/a/b\"]");
+    EXPECT_EQ(platform::writeJson(platform::Value::array({ "/a/b" })), "[\"\\/a\\/b\"]");
+}

@@ -69,7 +69,7 @@ TEST_F(DefaultsCommand, AStringWrittenForAKeyReadsBackAsPrettyJson)
 
     const auto read = defaults({ "read", "Ulmaridon.Korbanhold", "korbanholdPathKey" });
     EXPECT_EQ(read.exitCode, 0);
-    EXPECT_EQ(read.standardOutput, "\"\\/home\\/me\"\n");
+    EXPECT_EQ(read.standardOutput, "\"/home/me\"\n");
     EXPECT_EQ(domain("Ulmaridon.Korbanhold"), Value::dictionary({ { "korbanholdPathKey", Value("/home/me") } }));
 }
 

@@ -38,6 +38,7 @@ void print(const Value& value)
     platform::JsonWriteOptions options;
     options.prettyPrinted = true;
     options.allowFragments = true;
+    options.escapeSlashes = false;
     std::cout << platform::writePreferenceJson(value, options) << std::endl;
 }
 
