@@ -129,13 +129,13 @@ void Engine::begin(std::shared_ptr<Task> task)
 
 void Engine::activate(Transfer& transfer)
 {
-    m_slots[{ transfer.task().m_session.get(), transfer.hostKey() }].active += 1;
+    m_slots[{ transfer.task()->m_session.get(), transfer.hostKey() }].active += 1;
     curl_multi_add_handle(m_multi, transfer.handle());
 }
 
 void Engine::end(Transfer& transfer, Result result)
 {
-    const HostSlotKey key { transfer.task().m_session.get(), transfer.hostKey() };
+    const HostSlotKey key { transfer.task()->m_session.get(), transfer.hostKey() };
     HostSlot& slot = m_slots[key];
     if (auto waiting = std::find(slot.waiting.begin(), slot.waiting.end(), &transfer); waiting != slot.waiting.end()) {
         slot.waiting.erase(waiting);
@@ -143,9 +143,12 @@ void Engine::end(Transfer& transfer, Result result)
         curl_multi_remove_handle(m_multi, transfer.handle());
         slot.active -= 1;
     }
-    transfer.task().finish(std::move(result));
-    m_transfers.erase(&transfer.task());
+    // The transfer goes first, closing its connection and files, so that nothing of it is left when the report
+    // runs.
+    const std::shared_ptr<Task> task = transfer.task();
+    m_transfers.erase(task.get());
     m_transferCount = m_transfers.size();
+    task->finish(std::move(result));
 
     if (!slot.waiting.empty()) {
         Transfer* next = slot.waiting.front();

@@ -24,7 +24,7 @@ public:
     // plain HTTP, an upload file that cannot be opened, a download file that cannot be made), or nothing.
     std::optional<Error> prepare();
 
-    Task& task() const { return *m_task; }
+    const std::shared_ptr<Task>& task() const { return m_task; }
     CURL* handle() const { return m_easy; }
     // Host and port of the request's URL: the unit of the session's connection limit.
     const std::string& hostKey() const { return m_hostKey; }
