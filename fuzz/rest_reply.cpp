@@ -22,7 +22,8 @@ void require(bool condition)
         std::abort();
 }
 
-template<typename Operation> void complete(const Operation& operation, const rest::TransportObject& reply)
+template<typename Operation>
+void complete(const Operation& operation, const rest::TransportObject& reply)
 {
     using Response = typename Operation::ResponseRecord;
     if constexpr (!std::is_same_v<Response, StreamedReply>) {

@@ -15,7 +15,8 @@
 
 namespace rest {
 
-template<typename Record> using Outcome = std::variant<std::monostate, Record, platform::Error>;
+template<typename Record>
+using Outcome = std::variant<std::monostate, Record, platform::Error>;
 
 template<typename Record>
 using CompletionHandler = std::function<void(const Outcome<Record>& object, TransportStatus status)>;

@@ -7,15 +7,6 @@
 
 namespace rest {
 
-JsonBody serializeParams(const platform::Value& params)
-{
-    try {
-        return { platform::writeJson(params, { .prettyPrinted = true }), std::nullopt };
-    } catch (const platform::JsonError& error) {
-        return { std::nullopt, error.error() };
-    }
-}
-
 platform::http::Request makeJsonRequest(const std::optional<std::string>& url, const std::string& body)
 {
     // The URL system's cache policy 0 (the protocol's own) is what platform::http always does: it keeps no cache.
@@ -29,16 +20,31 @@ platform::http::Request makeJsonRequest(const std::optional<std::string>& url, c
     return request;
 }
 
+std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,
+    const std::optional<std::string>& url, const char* logFormat,
+    const std::function<void(const platform::Error& error)>& failed)
+{
+    std::optional<std::string> text;
+    std::optional<platform::Error> error;
+    try {
+        text = platform::writeJson(params, { .prettyPrinted = true });
+    } catch (const platform::JsonError& writingError) {
+        error = writingError.error();
+    }
+    if (logFormat)
+        platform::log(logFormat, text ? *text : "(null)");
+    if (error) {
+        failed(*error);
+        return std::nullopt;
+    }
+    return makeJsonRequest(url, *text);
+}
+
 std::optional<platform::http::Request> prepareJsonRequest(
     const platform::Value& params, const std::optional<std::string>& url, const Finished& finished)
 {
-    const JsonBody body = serializeParams(params);
-    platform::log("Json String %@", body.text ? *body.text : "(null)");
-    if (body.error) {
-        finished(*body.error, TransportRequestNotJson);
-        return std::nullopt;
-    }
-    return makeJsonRequest(url, *body.text);
+    return prepareJsonRequest(
+        params, url, "Json String %@", [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
 }
 
 std::variant<platform::Value, platform::Error> parseReply(const std::optional<platform::Bytes>& body)

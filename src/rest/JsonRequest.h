@@ -6,28 +6,26 @@
 
 #include "rest/TransportStatus.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <variant>
 
 namespace rest {
 
-// Request parameters written as pretty-printed JSON, or the error that stopped the writing.
-struct JsonBody {
-    std::optional<std::string> text;
-    std::optional<platform::Error> error;
-};
-
-JsonBody serializeParams(const platform::Value& params);
-
 // A POST of `body` to `url`: time-out requestTimeout(), "Content-Length" set to the body's byte count,
 // "Content-Type" "application/json" added, the body as it is. Without a URL the request goes out with none, and
 // the HTTP layer fails it as a bad URL (-1000).
 platform::http::Request makeJsonRequest(const std::optional<std::string>& url, const std::string& body);
 
-// What both transports do once the network is known to be reachable: write `params` as pretty-printed JSON, log it
-// ("Json String %@") and build the POST to `url`. A writing error is handed to `finished` as (error, 4), at once, and
-// no request is made.
+// Writes `params` as pretty-printed JSON, logs the text with `logFormat` (when there is one) and builds the POST of
+// it to `url`. A writing error goes to `failed`, at once, and no request is made.
+std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,
+    const std::optional<std::string>& url, const char* logFormat,
+    const std::function<void(const platform::Error& error)>& failed);
+
+// What both JSON transports do once the network is known to be reachable: prepareJsonRequest with the log line
+// "Json String %@", a writing error handed to `finished` as (error, 4).
 std::optional<platform::http::Request> prepareJsonRequest(
     const platform::Value& params, const std::optional<std::string>& url, const Finished& finished);
 

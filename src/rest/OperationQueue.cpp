@@ -34,11 +34,20 @@ void OperationQueue::after(std::chrono::nanoseconds delay, platform::Task task)
         delay, [self = shared_from_this(), task = std::move(task)]() mutable { self->async(std::move(task)); });
 }
 
-void OperationQueue::sync(platform::Task task) { m_serial->sync(std::move(task)); }
+void OperationQueue::sync(platform::Task task)
+{
+    m_serial->sync(std::move(task));
+}
 
-bool OperationQueue::isCurrent() const { return m_serial->isCurrent(); }
+bool OperationQueue::isCurrent() const
+{
+    return m_serial->isCurrent();
+}
 
-const std::string& OperationQueue::label() const { return m_serial->label(); }
+const std::string& OperationQueue::label() const
+{
+    return m_serial->label();
+}
 
 std::vector<std::shared_ptr<Operation>> OperationQueue::operations() const
 {

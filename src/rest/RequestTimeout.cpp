@@ -16,7 +16,10 @@ std::atomic<double>& timeoutSeconds()
 
 }
 
-platform::http::Seconds requestTimeout() { return platform::http::Seconds { timeoutSeconds().load() }; }
+platform::http::Seconds requestTimeout()
+{
+    return platform::http::Seconds { timeoutSeconds().load() };
+}
 
 namespace testhooks {
 
@@ -25,7 +28,10 @@ ShortenedRequestTimeout::ShortenedRequestTimeout(platform::http::Seconds timeout
     timeoutSeconds() = timeout.count();
 }
 
-ShortenedRequestTimeout::~ShortenedRequestTimeout() { timeoutSeconds() = productTimeoutSeconds; }
+ShortenedRequestTimeout::~ShortenedRequestTimeout()
+{
+    timeoutSeconds() = productTimeoutSeconds;
+}
 
 }
 

@@ -10,7 +10,10 @@ namespace rest {
 
 using namespace platform::http;
 
-std::optional<std::string> RestConnector::getAbsoluteURL(std::string_view path) const { return absoluteURL(path); }
+std::optional<std::string> RestConnector::getAbsoluteURL(std::string_view path) const
+{
+    return absoluteURL(path);
+}
 
 void RestConnector::makeSession(Configuration configuration)
 {
@@ -43,16 +46,23 @@ void RestConnector::configSessionForDownload()
     makeSession(std::move(configuration));
 }
 
+bool RestConnector::begin(ProgressHandler progress, void (RestConnector::*configure)())
+{
+    if (!Reachability::isReachable())
+        return false;
+    progressHandler = std::move(progress);
+    (this->*configure)();
+    return true;
+}
+
 void RestConnector::startAsyncTask(
     std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
 {
-    if (!Reachability::isReachable()) {
+    // The download configuration, on purpose: 60-second time-outs and no default headers.
+    if (!begin(std::move(progress), &RestConnector::configSessionForDownload)) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
-    progressHandler = std::move(progress);
-    // The download configuration, on purpose: 60-second time-outs and no default headers.
-    configSessionForDownload();
     const auto request = prepareJsonRequest(params, getAbsoluteURL(path), finished);
     if (!request)
         return;
@@ -88,7 +98,10 @@ TransportStatus RestConnector::close()
     return TransportTaskCancelled;
 }
 
-std::string RestConnector::description() const { return describeObject("RestConnector", this); }
+std::string RestConnector::description() const
+{
+    return describeObject("RestConnector", this);
+}
 
 void RestConnector::taskDidComplete(Session&, Task& task, const std::optional<platform::Error>& error)
 {

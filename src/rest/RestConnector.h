@@ -86,6 +86,9 @@ public:
 
 private:
     void makeSession(platform::http::Configuration configuration);
+    // How every transfer starts: false when the network is not reachable; otherwise keeps `progress` and makes the
+    // session with `configure`.
+    bool begin(ProgressHandler progress, void (RestConnector::*configure)());
 };
 
 }

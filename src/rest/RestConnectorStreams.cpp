@@ -4,7 +4,6 @@
 
 #include "platform/Log.h"
 #include "rest/JsonRequest.h"
-#include "rest/Reachability.h"
 #include "rest/RequestTimeout.h"
 #include "rest/RestURL.h"
 #include "rest/TransferFiles.h"
@@ -33,39 +32,32 @@ platform::Value dataOf(const std::optional<platform::Bytes>& bytes)
 void RestConnector::startAsyncDownloadWithStreamRequest(
     std::string_view path, const platform::Value& params, ProgressHandler progress, StreamFinished finished)
 {
-    if (!Reachability::isReachable()) {
+    if (!begin(std::move(progress), &RestConnector::configSessionForData)) {
         finished(std::monostate(), std::monostate(), TransportNotReachable);
         return;
     }
-    progressHandler = std::move(progress);
-    configSessionForData();
-    const JsonBody body = serializeParams(params);
-    platform::log("%@", body.text ? *body.text : "(null)");
-    if (body.error) {
-        finished(std::monostate(), *body.error, TransportRequestNotJson);
+    const auto request = prepareJsonRequest(params, getAbsoluteURL(path), "%@",
+        [&](const platform::Error& error) { finished(std::monostate(), error, TransportRequestNotJson); });
+    if (!request)
         return;
-    }
-    const Request request = makeJsonRequest(getAbsoluteURL(path), *body.text);
-    sessionTask
-        = session->dataTask(request, [self = shared_from_this(), finished = std::move(finished)](const Result& result) {
-              // Neither the HTTP status nor the error's code is looked at, and the body is handed over unparsed.
-              if (result.error)
-                  finished(std::monostate(), *result.error, TransportFailed);
-              else
-                  finished(*result.response, dataOf(result.data), TransportSucceeded);
-          });
+    sessionTask = session->dataTask(
+        *request, [self = shared_from_this(), finished = std::move(finished)](const Result& result) {
+            // Neither the HTTP status nor the error's code is looked at, and the body is handed over unparsed.
+            if (result.error)
+                finished(std::monostate(), *result.error, TransportFailed);
+            else
+                finished(*result.response, dataOf(result.data), TransportSucceeded);
+        });
     resume();
 }
 
 void RestConnector::startAsyncUploadWithStreamRequest(
     std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
 {
-    if (!Reachability::isReachable()) {
+    if (!begin(std::move(progress), &RestConnector::configSessionForUpload)) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
-    progressHandler = std::move(progress);
-    configSessionForUpload();
     const std::optional<std::string> url = getAbsoluteURL(path);
 
     const std::optional<std::string> serverPath = textParameter(params, "FilePath");
@@ -112,12 +104,10 @@ void RestConnector::startAsyncUploadWithStreamRequest(
 
 void RestConnector::startAsyncDownload(const std::string& url, ProgressHandler progress, Finished finished)
 {
-    if (!Reachability::isReachable()) {
+    if (!begin(std::move(progress), &RestConnector::configSessionForDownload)) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
-    progressHandler = std::move(progress);
-    configSessionForDownload();
     sessionTask = session->downloadTask(
         url.c_str(), [self = shared_from_this(), finished = std::move(finished)](const Result& result) {
             if (result.error) {
@@ -137,21 +127,17 @@ void RestConnector::startAsyncDownload(const std::string& url, ProgressHandler p
 void RestConnector::startAsyncUpload(
     std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
 {
-    if (!Reachability::isReachable()) {
+    if (!begin(std::move(progress), &RestConnector::configSessionForDownload)) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
-    progressHandler = std::move(progress);
-    configSessionForDownload();
-    const JsonBody body = serializeParams(params);
-    if (body.error) {
-        finished(*body.error, TransportRequestNotJson);
-        return;
-    }
     const std::optional<std::string> url = getAbsoluteURL(path);
+    const auto request = prepareJsonRequest(
+        params, url, nullptr, [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
+    if (!request)
+        return;
     platform::log("url is........%@", url.value_or("(null)"));
-    // This transfer was left unfinished where its request would be made: nothing is sent and `finished` is not
-    // called.
+    // This transfer was left unfinished here: its request is built and never sent, and `finished` is not called.
 }
 
 }

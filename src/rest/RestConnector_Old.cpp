@@ -6,7 +6,10 @@
 
 namespace rest {
 
-std::optional<std::string> RestConnector_Old::getAbsoluteURL(std::string_view path) const { return absoluteURL(path); }
+std::optional<std::string> RestConnector_Old::getAbsoluteURL(std::string_view path) const
+{
+    return absoluteURL(path);
+}
 
 void RestConnector_Old::startAsyncTask(
     std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
@@ -30,6 +33,9 @@ void RestConnector_Old::startAsyncTask(
         });
 }
 
-std::string RestConnector_Old::description() const { return describeObject("RestConnector_Old", this); }
+std::string RestConnector_Old::description() const
+{
+    return describeObject("RestConnector_Old", this);
+}
 
 }

@@ -9,7 +9,10 @@ namespace {
 
 constexpr std::string_view defaultServer = "localhost:8080";
 
-bool isHexDigit(char character) { return std::isxdigit(static_cast<unsigned char>(character)) != 0; }
+bool isHexDigit(char character)
+{
+    return std::isxdigit(static_cast<unsigned char>(character)) != 0;
+}
 
 bool isURLCharacter(char character)
 {
@@ -75,7 +78,10 @@ std::optional<std::string> urlWithString(std::string_view text)
     return std::string(text);
 }
 
-std::optional<std::string> absoluteURL(std::string_view path) { return urlWithString(baseURL() + std::string(path)); }
+std::optional<std::string> absoluteURL(std::string_view path)
+{
+    return urlWithString(baseURL() + std::string(path));
+}
 
 std::optional<std::string> pathOfURL(std::string_view text)
 {

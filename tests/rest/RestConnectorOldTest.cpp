@@ -88,11 +88,7 @@ TEST_F(RestConnectorOld, WithoutNetworkItCallsBackAtOnceWithNothingAndStatusOne)
 {
     platform::PinnedReachabilityFlags unreachable { 0 };
     connector->startAsyncTask("Test.svc/Method", Value::dictionary(), nullptr, finished.callback());
-    ASSERT_EQ(finished.count(), 1u) << "the callback came after the call returned";
-    const auto call = finished.only();
-    EXPECT_TRUE(isNothing(std::get<0>(call.arguments)));
-    EXPECT_EQ(std::get<1>(call.arguments), TransportNotReachable);
-    EXPECT_EQ(call.place.thread, std::this_thread::get_id());
+    expectNotReachableAtOnce(finished);
     EXPECT_EQ(connector->operationQueue, nullptr);
 }
 

@@ -11,14 +11,9 @@ using platform::Value;
 
 namespace {
 
-platform::Value dataOf(const std::string& text) { return Value::data(platform::Bytes(text.begin(), text.end())); }
-
-// The server's form of a local path: no leading separator, backslashes between components.
-std::string serverForm(const std::filesystem::path& local)
+platform::Value dataOf(const std::string& text)
 {
-    std::string path = local.string().substr(1);
-    std::replace(path.begin(), path.end(), '/', '\\');
-    return path;
+    return Value::data(platform::Bytes(text.begin(), text.end()));
 }
 
 class RestConnectorStreams : public RestClientTest {
@@ -247,10 +242,7 @@ TEST_F(RestConnectorStreams, AnUploadWithoutNetworkCallsBackAtOnceWithNothingAnd
 {
     platform::PinnedReachabilityFlags unreachable { 0 };
     connector->startAsyncUploadWithStreamRequest("X.svc/Y", uploadParams(localFile), nullptr, finished.callback());
-    ASSERT_EQ(finished.count(), 1u);
-    const auto [object, status] = finished.only().arguments;
-    EXPECT_TRUE(isNothing(object));
-    EXPECT_EQ(status, TransportNotReachable);
+    expectNotReachableAtOnce(finished);
     EXPECT_FALSE(std::filesystem::exists(home / "report.txt"));
 }
 

@@ -2,10 +2,8 @@
 
 #include "RestTestSupport.h"
 #include "platform/HttpSession.h"
+#include "support/Descriptors.h"
 
-#include <sys/resource.h>
-
-#include <filesystem>
 #include <iostream>
 #include <map>
 
@@ -15,29 +13,11 @@ using namespace messages;
 
 namespace {
 
-std::size_t openDescriptors()
-{
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
-
-// Enough descriptors for both ends of every connection, the test server's included.
-void raiseDescriptorLimit(rlim_t wanted)
-{
-    rlimit limit {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur < wanted) {
-        limit.rlim_cur = std::min(wanted, limit.rlim_max);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
 // Counts each call's callbacks by call number. The callbacks may outlive the counter.
 class CallbackCounter {
 public:
-    template<typename Record> CompletionHandler<Record> callbackFor(int call)
+    template<typename Record>
+    CompletionHandler<Record> callbackFor(int call)
     {
         return [state = m_state, call](const Outcome<Record>&, TransportStatus status) {
             std::lock_guard lock(state->mutex);
@@ -118,7 +98,7 @@ protected:
 TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLeaveNoDescriptorOpen)
 {
     constexpr int callCount = 1000;
-    raiseDescriptorLimit(8192);
+    testsupport::raiseDescriptorLimit(8192);
 
     // A first call starts the HTTP thread and the server's workers, which live on.
     start(-1);
@@ -126,14 +106,14 @@ TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLea
     MainQueueThread::drain();
     ASSERT_EQ(waitForNoTransfers(), 0u);
     std::this_thread::sleep_for(100ms);
-    const std::size_t descriptorsBefore = openDescriptors();
+    const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
     platform::http::testhooks::resetPeakTransferCount();
 
     std::atomic<bool> sampling { true };
     std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
     std::thread sampler([&] {
         while (sampling) {
-            peakDescriptors = std::max(peakDescriptors.load(), openDescriptors());
+            peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
             std::this_thread::sleep_for(2ms);
         }
     });
@@ -150,10 +130,10 @@ TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLea
     EXPECT_TRUE(allCalledBack);
     EXPECT_EQ(waitForNoTransfers(), 0u);
     // The server's side of each connection closes when it sees the client's end.
-    std::size_t descriptorsAfter = openDescriptors();
+    std::size_t descriptorsAfter = testsupport::openDescriptorCount();
     for (int waited = 0; descriptorsAfter != descriptorsBefore && waited < 500; ++waited) {
         std::this_thread::sleep_for(10ms);
-        descriptorsAfter = openDescriptors();
+        descriptorsAfter = testsupport::openDescriptorCount();
     }
     const auto peakTransfers = platform::http::testhooks::transferCounts().peak;
     std::cout << "[ figures  ] " << callCount << " façade calls in "

@@ -32,7 +32,8 @@ enum class Carried {
 // One operation of the façade as the server interface defines it, written out here apart from the table of server
 // methods the façade is built from: the façade function, its path, the encoder and decoder it must use, how the
 // request travels, and the log line (with the encoded dictionary as its argument) it writes, if any.
-template<typename Query, typename Response> struct Row {
+template<typename Query, typename Response>
+struct Row {
     const char* selector;
     void (*operation)(const Query&, CompletionHandler<Response>);
     std::string path;
@@ -180,13 +181,15 @@ const StreamDownloadRow streamDownloadRow { "asyncGetTopFileUploadWithStream:wit
     &RestInterface::asyncGetTopFileUploadWithStream, "Uploads.svc/GetTopFileUploadWithStream",
     &QueryParser::parseGetTopFileUploadQuery };
 
-template<typename Visit> void forEachRow(Visit&& visit)
+template<typename Visit>
+void forEachRow(Visit&& visit)
 {
     std::apply([&](const auto&... row) { (visit(row), ...); }, operationRows);
 }
 
 // A record with every property set to a text naming its key (a list: two such records).
-template<typename Query> Query filledQuery()
+template<typename Query>
+Query filledQuery()
 {
     if constexpr (IsRecordList<Query>::value) {
         return { filledQuery<typename Query::value_type>(), filledQuery<typename Query::value_type>() };
@@ -211,20 +214,13 @@ std::string replyFor(const std::string& path)
            R"("FilePath":"a\\b","IsExists":"1","ByteStartPos":"0","DeleteRequestID":"3","error":{"Message":"none"}})";
 }
 
-template<typename Record> bool sameRecord(const Record& a, const Record& b)
+template<typename Record>
+bool sameRecord(const Record& a, const Record& b)
 {
     if constexpr (std::is_same_v<Record, ReplyValue>)
         return a == b;
     else
         return encode(a) == encode(b);
-}
-
-// The server's form of a local path.
-std::string serverForm(const std::filesystem::path& local)
-{
-    std::string path = local.string().substr(1);
-    std::replace(path.begin(), path.end(), '/', '\\');
-    return path;
 }
 
 class RestInterfaceTable : public RestClientTest {
@@ -238,7 +234,8 @@ protected:
     }
 
     // The query a row is called with: every field filled, and for the stream upload a local file that exists.
-    template<typename Query> Query queryFor() const
+    template<typename Query>
+    Query queryFor() const
     {
         Query query = filledQuery<Query>();
         if constexpr (std::is_same_v<Query, UpdateFileRequestQuery>)
@@ -247,7 +244,8 @@ protected:
     }
 
     // Calls the row's operation and checks what reached the server and what came back.
-    template<typename Query, typename Response> void expectRow(const Row<Query, Response>& row)
+    template<typename Query, typename Response>
+    void expectRow(const Row<Query, Response>& row)
     {
         SCOPED_TRACE(row.selector);
         log.clear();

@@ -14,8 +14,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -139,7 +141,8 @@ struct CallPlace {
 };
 
 // Records the calls of callbacks taking `Arguments`, from any thread.
-template<typename... Arguments> class Recorder {
+template<typename... Arguments>
+class Recorder {
 public:
     struct Call {
         std::tuple<std::decay_t<Arguments>...> arguments;
@@ -198,7 +201,29 @@ inline const platform::Value* valueIn(const rest::TransportObject& object)
 {
     return std::get_if<platform::Value>(&object);
 }
-inline bool isNothing(const rest::TransportObject& object) { return std::holds_alternative<std::monostate>(object); }
+inline bool isNothing(const rest::TransportObject& object)
+{
+    return std::holds_alternative<std::monostate>(object);
+}
+
+// Expects the one call of a callback that was made at once (before the call that started the request returned) on
+// this thread, with nothing and status 1.
+inline void expectNotReachableAtOnce(const FinishedRecorder& finished)
+{
+    ASSERT_EQ(finished.count(), 1u) << "the callback came after the call returned";
+    const auto call = finished.only();
+    EXPECT_TRUE(isNothing(std::get<0>(call.arguments)));
+    EXPECT_EQ(std::get<1>(call.arguments), rest::TransportNotReachable);
+    EXPECT_EQ(call.place.thread, std::this_thread::get_id());
+}
+
+// The server's form of a local path: no leading separator, backslashes between components.
+inline std::string serverForm(const std::filesystem::path& local)
+{
+    std::string path = local.string().substr(1);
+    std::replace(path.begin(), path.end(), '/', '\\');
+    return path;
+}
 
 // The base of the client's tests: a REST server that replies with `respond`, the client pointed at it, the main
 // queue running, the home directory a temporary folder, and the log captured.
