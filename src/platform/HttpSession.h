@@ -9,6 +9,9 @@
 //
 // Each task uses a connection of its own and closes it when it ends, so no descriptor outlives its task: every
 // request of the service runs in a session made for it, where a kept-alive connection would never be reused.
+//
+// The I/O thread starts with the first task and does not survive fork(): a child of a process that has used this
+// layer must exec before it sends requests of its own.
 
 #include "platform/Http.h"
 #include "platform/HttpErrors.h"
@@ -46,7 +49,7 @@ public:
     State state() const;
     std::uint64_t taskIdentifier() const { return m_identifier; }
     const Request& originalRequest() const { return m_request; }
-    // The reply's head, once it has arrived.
+    // The reply's head, once the task has ended after receiving one.
     std::optional<Response> response() const;
     std::string taskDescription() const;
     void setTaskDescription(std::string description);
