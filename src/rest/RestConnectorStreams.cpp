@@ -77,10 +77,12 @@ void RestConnector::startAsyncUploadWithStreamRequest(
     request.timeoutInterval = requestTimeout();
     request.httpMethod = "POST";
     request.setValue("application/octet-stream", "Content-Type");
-    // The parameters travel only in these headers, unchanged (the server's form of the path).
-    request.setValue(serverPath.value_or(std::string()), "FilePath");
-    request.setValue(transitDownloadPath.value_or(std::string()), "TransitDownloadPath");
-    request.setValue(fileRequestID.value_or(std::string()), "FileRequestID");
+    // The parameters travel only in these headers, unchanged (the server's form of the path); a missing one sets
+    // no header.
+    for (const char* field : { "FilePath", "TransitDownloadPath", "FileRequestID" }) {
+        if (const auto value = textParameter(params, field))
+            request.setValue(*value, field);
+    }
 
     // A streamed upload task is made for the request and never started: harmless, and kept.
     session->uploadTask(request, BodyStream(), nullptr);
