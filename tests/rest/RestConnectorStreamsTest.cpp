@@ -304,3 +304,15 @@ TEST_F(RestConnectorStreams, ProgressCallbacksGivenToAnyTransferAreNeverCalled)
     MainQueueThread::drain();
     EXPECT_EQ(progressCalls, 0);
 }
+
+TEST_F(RestConnectorStreams, AnUploadFieldMissingFromTheParametersSendsNoHeader)
+{
+    connector->startAsyncUploadWithStreamRequest("Downloads.svc/UpdateFileRequestWithStream",
+        Value::dictionary({ { "FilePath", serverForm(localFile) } }), nullptr, finished.callback());
+    ASSERT_TRUE(finished.waitFor());
+    ASSERT_EQ(server.received().size(), 1u);
+    EXPECT_EQ(server.received()[0].header("FilePath"), serverForm(localFile));
+    EXPECT_EQ(server.received()[0].header("FileRequestID"), "(none)");
+    EXPECT_EQ(server.received()[0].header("TransitDownloadPath"), "(none)");
+    EXPECT_TRUE(log.contains(localFile.string() + " (null) (null)"));
+}
