@@ -7,6 +7,8 @@
 
 namespace rest {
 
+namespace {
+
 platform::http::Request makeJsonRequest(const std::optional<std::string>& url, const std::string& body)
 {
     // The URL system's cache policy 0 (the protocol's own) is what platform::http always does: it keeps no cache.
@@ -18,6 +20,8 @@ platform::http::Request makeJsonRequest(const std::optional<std::string>& url, c
     request.httpMethod = "POST";
     request.httpBody.assign(body.begin(), body.end());
     return request;
+}
+
 }
 
 std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,

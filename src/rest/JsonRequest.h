@@ -13,13 +13,10 @@
 
 namespace rest {
 
-// A POST of `body` to `url`: time-out requestTimeout(), "Content-Length" set to the body's byte count,
-// "Content-Type" "application/json" added, the body as it is. Without a URL the request goes out with none, and
-// the HTTP layer fails it as a bad URL (-1000).
-platform::http::Request makeJsonRequest(const std::optional<std::string>& url, const std::string& body);
-
 // Writes `params` as pretty-printed JSON, logs the text with `logFormat` (when there is one) and builds the POST of
-// it to `url`. A writing error goes to `failed`, at once, and no request is made.
+// it to `url`: time-out requestTimeout(), "Content-Length" set to the body's byte count, "Content-Type"
+// "application/json" added. A writing error goes to `failed`, at once, and no request is made. Without a URL the
+// request goes out with none, and the HTTP layer fails it as a bad URL (-1000).
 std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,
     const std::optional<std::string>& url, const char* logFormat,
     const std::function<void(const platform::Error& error)>& failed);
