@@ -1,6 +1,7 @@
 #include "rest/OperationQueue.h"
 
 #include "platform/Exception.h"
+#include "support/Eventually.h"
 #include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
@@ -27,10 +28,9 @@ private:
     std::shared_future<void> m_future = m_promise.get_future().share();
 };
 
-void waitUntilIdle(const OperationQueue& queue)
+bool idle(const OperationQueue& queue)
 {
-    for (int waited = 0; !queue.operations().empty() && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
+    return testsupport::eventually([&] { return queue.operations().empty(); });
 }
 
 }
@@ -45,7 +45,7 @@ TEST(OperationQueue, OperationsAreListedInSubmissionOrderUntilTheyHaveRun)
     queue->async([&] { order.push_back(2); });
     EXPECT_EQ(queue->operations().size(), 3u);
     gate.open();
-    waitUntilIdle(*queue);
+    ASSERT_TRUE(idle(*queue));
     EXPECT_TRUE(queue->operations().empty());
     EXPECT_EQ(order, (std::vector<int> { 1, 2 }));
 }
@@ -59,7 +59,7 @@ TEST(OperationQueue, ACancelledOperationThatHasNotStartedNeverRuns)
     queue->async([&] { ran = true; });
     queue->operations().back()->cancel();
     gate.open();
-    waitUntilIdle(*queue);
+    ASSERT_TRUE(idle(*queue));
     EXPECT_FALSE(ran);
 }
 
@@ -73,7 +73,7 @@ TEST(OperationQueue, CancellingTheRunningOperationMarksItAndLetsItFinish)
         self->cancel();
         finished = true;
     });
-    waitUntilIdle(*queue);
+    ASSERT_TRUE(idle(*queue));
     queue->sync([] {});
     EXPECT_TRUE(finished);
     ASSERT_NE(self, nullptr);
@@ -87,7 +87,7 @@ TEST(OperationQueue, AnOperationThatRaisesLeavesTheListAndTheQueueGoesOn)
     queue->async([] { platform::Exception::raiseInvalidArgument("bad"); });
     std::atomic<bool> next { false };
     queue->async([&] { next = true; });
-    waitUntilIdle(*queue);
+    ASSERT_TRUE(idle(*queue));
     EXPECT_TRUE(next);
     EXPECT_TRUE(queue->operations().empty());
 }

@@ -4,6 +4,7 @@
 #include "platform/HttpErrors.h"
 #include "rest/DownloadConnection.h"
 #include "rest/RequestTimeout.h"
+#include "support/Eventually.h"
 
 #include <future>
 
@@ -35,10 +36,9 @@ protected:
 };
 
 // Waits until the queue has no operation left.
-void waitUntilIdle(const OperationQueue& queue)
+bool idle(const OperationQueue& queue)
 {
-    for (int waited = 0; !queue.operations().empty() && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
+    return testsupport::eventually([&] { return queue.operations().empty(); });
 }
 
 }
@@ -117,7 +117,7 @@ TEST_F(RestConnectorOld, AReplyThatIsNotJsonGivesStatusFiveFollowedByTheCancelOf
             record(object, status);
         });
     ASSERT_TRUE(finished.waitFor());
-    waitUntilIdle(*connector->operationQueue);
+    ASSERT_TRUE(idle(*connector->operationQueue));
     EXPECT_EQ(std::get<1>(finished.only().arguments), TransportReplyNotJson);
     ASSERT_NE(follower, nullptr);
     EXPECT_TRUE(follower->isCancelled());
@@ -135,7 +135,7 @@ TEST_F(RestConnectorOld, AJsonReplyIsAlsoFollowedByTheCancelOfTheRunningCompleti
             record(object, status);
         });
     ASSERT_TRUE(finished.waitFor());
-    waitUntilIdle(*connector->operationQueue);
+    ASSERT_TRUE(idle(*connector->operationQueue));
     EXPECT_EQ(std::get<1>(finished.only().arguments), TransportSucceeded);
     ASSERT_NE(running, nullptr);
     EXPECT_TRUE(running->isCancelled());
@@ -157,7 +157,7 @@ TEST_F(RestConnectorOld, ATransportErrorOfCodeMinusOneCallsNothingButTheCancelSt
     connector->operationQueue->async([followerRan] { *followerRan = true; });
     const auto follower = connector->operationQueue->operations().back();
     gateOpened.set_value();
-    waitUntilIdle(*connector->operationQueue);
+    ASSERT_TRUE(idle(*connector->operationQueue));
 
     EXPECT_EQ(finished.count(), 0u);
     EXPECT_TRUE(log.contains("error code at rest connector strt async task......"));

@@ -4,6 +4,7 @@
 #include "platform/HttpErrors.h"
 #include "platform/Json.h"
 #include "rest/RequestTimeout.h"
+#include "support/Eventually.h"
 
 using namespace resttest;
 using namespace rest;
@@ -282,8 +283,8 @@ TEST_F(RestConnectorJson, ATransportErrorOfCodeMinusOneCallsNothingAndLogsTwoLin
         [](const platform::http::Request&) { return platform::http::urlError(platform::http::URLErrorUnknown); });
     connector->startAsyncTask("Test.svc/Method", Value::dictionary(), nullptr, finished.callback());
     // The completion step runs on the main queue; once it has, nothing more can come.
-    for (int waited = 0; !log.contains("error code at rest connector strt async task......") && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(
+        testsupport::eventually([&] { return log.contains("error code at rest connector strt async task......"); }));
     platform::http::testhooks::setErrorInjector(nullptr);
     MainQueueThread::drain();
     EXPECT_TRUE(log.contains("error code ....Error Domain=NSURLErrorDomain Code=-1 \"unknown error\""));

@@ -3,6 +3,7 @@
 #include "RestTestSupport.h"
 #include "platform/HttpSession.h"
 #include "support/Descriptors.h"
+#include "support/Eventually.h"
 
 #include <iostream>
 #include <map>
@@ -55,11 +56,9 @@ private:
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
-std::size_t waitForNoTransfers()
+bool noTransferLeft()
 {
-    for (int waited = 0; platform::http::testhooks::transferCounts().current != 0 && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
-    return platform::http::testhooks::transferCounts().current;
+    return testsupport::eventually([] { return platform::http::testhooks::transferCounts().current == 0; });
 }
 
 class RestFacadeLoad : public RestClientTest {
@@ -104,7 +103,7 @@ TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLea
     start(-1);
     ASSERT_TRUE(counter.waitFor(1));
     MainQueueThread::drain();
-    ASSERT_EQ(waitForNoTransfers(), 0u);
+    ASSERT_TRUE(noTransferLeft());
     std::this_thread::sleep_for(100ms);
     const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
     platform::http::testhooks::resetPeakTransferCount();
@@ -128,13 +127,11 @@ TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLea
     MainQueueThread::drain();
 
     EXPECT_TRUE(allCalledBack);
-    EXPECT_EQ(waitForNoTransfers(), 0u);
+    EXPECT_TRUE(noTransferLeft());
     // The server's side of each connection closes when it sees the client's end.
-    std::size_t descriptorsAfter = testsupport::openDescriptorCount();
-    for (int waited = 0; descriptorsAfter != descriptorsBefore && waited < 500; ++waited) {
-        std::this_thread::sleep_for(10ms);
-        descriptorsAfter = testsupport::openDescriptorCount();
-    }
+    std::size_t descriptorsAfter = 0;
+    testsupport::eventually(
+        [&] { return (descriptorsAfter = testsupport::openDescriptorCount()) == descriptorsBefore; });
     const auto peakTransfers = platform::http::testhooks::transferCounts().peak;
     std::cout << "[ figures  ] " << callCount << " façade calls in "
               << std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()

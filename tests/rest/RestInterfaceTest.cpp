@@ -4,6 +4,7 @@
 #include "messages/ResponseKeys.h"
 #include "messages/WireCodec.h"
 #include "platform/HttpErrors.h"
+#include "support/Eventually.h"
 #include "support/NetworkNamespace.h"
 
 #include <future>
@@ -228,8 +229,7 @@ TEST_F(RestFacade, TheFileExistenceCheckOnAnOlderSystemLogsTheLegacyTransport)
     Recorder<const Outcome<IsFileExistsInCloudResponseData>&, TransportStatus> callback;
     RestInterface::asyncIsFileExistsInCloud(IsFileExistsInCloudQuery {}, callback.callback());
     ASSERT_TRUE(callback.waitFor());
-    for (int waited = 0; !log.contains("trace code sucesss.........") && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(testsupport::eventually([&] { return log.contains("trace code sucesss........."); }));
     EXPECT_TRUE(hasLineStartingWith(log.lines(), "rest connector at cloud ....<RestConnector_Old: 0x"));
 }
 
@@ -296,8 +296,8 @@ TEST_F(RestFacade, ABareValueDecoderThatRaisesEndsTheCompletionWithoutACallback)
     const auto pointAtWithStatus = serverAt(withStatus.url("/"));
     Recorder<const Outcome<ReplyValue>&, TransportStatus> callback;
     RestInterface::asyncUploadFileWithStream(UploadFileWithStreamQuery {}, callback.callback());
-    for (int waited = 0; log.countStartingWith("Uncaught exception in a task of queue") == 0 && waited < 500; ++waited)
-        std::this_thread::sleep_for(10ms);
+    EXPECT_TRUE(
+        testsupport::eventually([&] { return log.countStartingWith("Uncaught exception in a task of queue") > 0; }));
     MainQueueThread::drain();
     EXPECT_EQ(withStatus.received().size(), 1u);
     EXPECT_EQ(callback.count(), 0u);
