@@ -1,0 +1,322 @@
+// Measures one sync pass on generated trees, side by side with `find` and `git status` on the same tree.
+//
+//   bench_sync_pass [--sizes 10000,100000,1000000] [--runs 5] [--cache /tmp/korbanhold-bench] [--prepare-only 1]
+//
+// For every size: (a) the steady-state pass (status "1", the stored table equal to the folder, run again and again
+// in one process, so the table comes from the preference store's cache), (b) the first pass of a new folder (every
+// item "Created"), `find DIR -printf '%i %s %T@ %y\n'`, and `git status --porcelain` of a repository of the same
+// tree (committed once). Each pass kind runs in a child process of its own, so that its peak memory is its own.
+// Trees and repositories are generated once and kept in the cache folder (a million items take minutes to set up).
+// Prints medians and ratios; asserts nothing.
+
+#include "platform/Log.h"
+#include "platform/Queue.h"
+#include "platform/UserDefaults.h"
+#include "sync/RecordKeys.h"
+#include "sync/SyncFilesXpcService.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <spawn.h>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+extern char** environ;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+namespace fs = std::filesystem;
+
+double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+struct ChildRun {
+    double seconds = 0;
+    long peakKilobytes = 0;
+    std::string output;
+};
+
+// Runs a program, its output captured (or dropped), and returns its wall time and peak resident memory.
+ChildRun spawn(const std::vector<std::string>& arguments, bool capture)
+{
+    int channel[2];
+    if (pipe(channel) != 0)
+        throw std::runtime_error("pipe failed");
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (capture)
+        posix_spawn_file_actions_adddup2(&actions, channel[1], 1);
+    else
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addclose(&actions, channel[0]);
+    posix_spawn_file_actions_addclose(&actions, channel[1]);
+    std::vector<char*> argv;
+    for (const auto& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    auto start = Clock::now();
+    pid_t child = 0;
+    if (posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) != 0)
+        throw std::runtime_error("cannot start " + arguments[0]);
+    posix_spawn_file_actions_destroy(&actions);
+    close(channel[1]);
+    ChildRun run;
+    char buffer[4096];
+    for (ssize_t got; (got = read(channel[0], buffer, sizeof buffer)) > 0;)
+        run.output.append(buffer, static_cast<std::size_t>(got));
+    close(channel[0]);
+    int status = 0;
+    rusage usage {};
+    wait4(child, &status, 0, &usage);
+    run.seconds = secondsSince(start);
+    run.peakKilobytes = usage.ru_maxrss;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        throw std::runtime_error(arguments[0] + " failed");
+    return run;
+}
+
+void shell(const std::string& command)
+{
+    if (std::system(command.c_str()) != 0)
+        throw std::runtime_error("failed: " + command);
+}
+
+// ---------------------------------------------------------------- generated trees
+
+// About 100 entries per folder, a few levels deep: ten folders per level until the leaf folders, each holding 99
+// files (one in ten with some content, the rest empty).
+void generateTree(const fs::path& synced, std::size_t items)
+{
+    std::size_t leafFolders = std::max<std::size_t>(1, items / 100);
+    std::vector<fs::path> level { synced };
+    fs::create_directories(synced);
+    while (level.size() * 10 <= leafFolders) {
+        std::vector<fs::path> next;
+        for (const auto& folder : level) {
+            for (int index = 0; index < 10; ++index) {
+                next.push_back(folder / ("folder-" + std::to_string(index)));
+                fs::create_directory(next.back());
+            }
+        }
+        level = std::move(next);
+    }
+    std::size_t made = 0;
+    for (const auto& folder : level) {
+        for (int index = 0; index < 99; ++index, ++made) {
+            std::ofstream file(folder / ("file-" + std::to_string(index) + ".txt"));
+            if (made % 10 == 0)
+                file << std::string(100 + made % 3000, 'k');
+        }
+    }
+}
+
+struct Tree {
+    fs::path home; // holds Korbanhold
+    fs::path gitDir;
+    fs::path steadyPreferences;
+};
+
+Tree prepare(const fs::path& cache, std::size_t items)
+{
+    std::string name = std::to_string(items);
+    Tree tree { cache / ("tree-" + name), cache / ("git-" + name + ".git"), cache / ("prefs-" + name) };
+    fs::path synced = tree.home / "Korbanhold";
+    if (!fs::exists(cache / ("tree-" + name + ".done"))) {
+        std::cerr << "generating the tree of " << items << " items in " << tree.home << "\n";
+        fs::remove_all(tree.home);
+        generateTree(synced, items);
+        std::ofstream(cache / ("tree-" + name + ".done"));
+    }
+    if (!fs::exists(cache / ("git-" + name + ".done"))) {
+        std::cerr << "committing the tree of " << items << " items to " << tree.gitDir << "\n";
+        fs::remove_all(tree.gitDir);
+        std::string git = "git --git-dir='" + tree.gitDir.string() + "' --work-tree='" + synced.string() + "' ";
+        shell(git + "init -q && " + git + "add -A && " + git
+            + "-c user.name=bench -c user.email=bench@localhost commit -qm tree && " + git + "status --porcelain >/dev/null");
+        std::ofstream(cache / ("git-" + name + ".done"));
+    }
+    return tree;
+}
+
+// ---------------------------------------------------------------- the passes, in child processes
+
+void writeSettings(const fs::path& home)
+{
+    using platform::Value;
+    platform::UserDefaults::standardUserDefaults().setPersistentDomain(
+        Value::dictionary({ { "korbanholdPathKey", Value(home.string()) }, { "computerIdKey", Value("C-1") },
+            { "userIdKey", Value("U-1") } }),
+        engine::domains::korbanhold);
+}
+
+void raiseStatus()
+{
+    using platform::Value;
+    platform::UserDefaults::standardUserDefaults().setPersistentDomain(
+        Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }), engine::domains::fileWatcher);
+}
+
+// (b): every run on a fresh preference folder; the table of the last run is stored for (a), as an accepted batch
+// report stores it.
+int runFirstPasses(const fs::path& home, const fs::path& preferences, int runs)
+{
+    platform::TestClock clock;
+    for (int run = 0; run < runs; ++run) {
+        fs::remove_all(preferences);
+        fs::create_directories(preferences);
+        writeSettings(home);
+        auto service = std::make_shared<engine::SyncFilesXpcService>();
+        auto start = Clock::now();
+        service->SyncFile();
+        std::cout << secondsSince(start) << "\n";
+        if (run + 1 == runs)
+            platform::UserDefaults::standardUserDefaults().setObject(service->userDefaultsArray(), engine::settings::fileWatchedData);
+    }
+    return 0;
+}
+
+// (a): one service, one warm-up pass, then timed passes with the status raised before each.
+int runSteadyPasses(int runs)
+{
+    platform::TestClock clock;
+    auto service = std::make_shared<engine::SyncFilesXpcService>();
+    service->SyncFile();
+    for (int run = 0; run < runs; ++run) {
+        raiseStatus();
+        auto start = Clock::now();
+        service->syncFileInTablenCloud();
+        std::cout << secondsSince(start) << "\n";
+        if (service->changedListArray().count() != 0)
+            throw std::runtime_error("the steady-state pass found changes");
+    }
+    return 0;
+}
+
+std::vector<double> timesOf(const std::string& output)
+{
+    std::vector<double> times;
+    std::istringstream lines(output);
+    for (double value; lines >> value;)
+        times.push_back(value);
+    return times;
+}
+
+// ---------------------------------------------------------------- the comparison
+
+struct Figures {
+    std::size_t items;
+    double steady, first, find, gitStatus;
+    long steadyPeak, firstPeak, gitPeak;
+};
+
+Figures measure(const std::string& self, const fs::path& cache, std::size_t items, int runs)
+{
+    Tree tree = prepare(cache, items);
+    fs::path synced = tree.home / "Korbanhold";
+    Figures figures { items, 0, 0, 0, 0, 0, 0, 0 };
+    int firstRuns = items >= 1000000 ? 1 : 3;
+
+    setenv("KORBANHOLD_PREFERENCES_DIR", tree.steadyPreferences.c_str(), 1);
+    ChildRun first = spawn({ self, "--first-passes", tree.home.string(), tree.steadyPreferences.string(), std::to_string(firstRuns) }, true);
+    figures.first = median(timesOf(first.output));
+    figures.firstPeak = first.peakKilobytes;
+
+    std::vector<double> findTimes, gitTimes;
+    std::vector<std::string> find { "find", synced.string(), "-printf", "%i %s %T@ %y\\n" };
+    std::vector<std::string> git { "git", "--git-dir=" + tree.gitDir.string(), "--work-tree=" + synced.string(), "status", "--porcelain" };
+    spawn(find, false);
+    spawn(git, false);
+    for (int run = 0; run < runs; ++run) {
+        findTimes.push_back(spawn(find, false).seconds);
+        ChildRun status = spawn(git, false);
+        gitTimes.push_back(status.seconds);
+        figures.gitPeak = std::max(figures.gitPeak, status.peakKilobytes);
+    }
+    ChildRun steady = spawn({ self, "--steady-passes", std::to_string(runs) }, true);
+    figures.steady = median(timesOf(steady.output));
+    figures.steadyPeak = steady.peakKilobytes;
+    figures.find = median(findTimes);
+    figures.gitStatus = median(gitTimes);
+    return figures;
+}
+
+void print(const std::vector<Figures>& all)
+{
+    std::printf("%9s %12s %12s %10s %12s %11s %11s %13s %13s %11s\n", "items", "steady (a)", "first (b)", "find",
+        "git status", "(a)/git", "(a)/find", "(a) peak MB", "(b) peak MB", "git peak MB");
+    for (const auto& f : all) {
+        std::printf("%9zu %11.4fs %11.4fs %9.4fs %11.4fs %11.2f %11.2f %13.1f %13.1f %11.1f\n", f.items, f.steady, f.first,
+            f.find, f.gitStatus, f.steady / f.gitStatus, f.steady / f.find, f.steadyPeak / 1024.0, f.firstPeak / 1024.0,
+            f.gitPeak / 1024.0);
+    }
+    for (std::size_t k = 1; k < all.size(); ++k) {
+        std::printf("(a) at %zu / (a) at %zu: %.2f (items x%.0f)\n", all[k].items, all[k - 1].items,
+            all[k].steady / all[k - 1].steady, static_cast<double>(all[k].items) / static_cast<double>(all[k - 1].items));
+    }
+}
+
+}
+
+int main(int argc, char** argv)
+{
+    try {
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        platform::setLogSink([](std::string_view) { });
+        platform::UserDefaults::setApplicationDomain("Ulmaridon.SyncFilesXpcService");
+        if (arguments.size() == 4 && arguments[0] == "--first-passes")
+            return runFirstPasses(arguments[1], arguments[2], std::stoi(arguments[3]));
+        if (arguments.size() == 2 && arguments[0] == "--steady-passes")
+            return runSteadyPasses(std::stoi(arguments[1]));
+
+        std::vector<std::size_t> sizes { 10000, 100000, 1000000 };
+        int runs = 5;
+        bool prepareOnly = false;
+        fs::path cache = "/tmp/korbanhold-bench";
+        for (std::size_t k = 0; k + 1 < arguments.size(); k += 2) {
+            if (arguments[k] == "--runs")
+                runs = std::stoi(arguments[k + 1]);
+            else if (arguments[k] == "--prepare-only")
+                prepareOnly = arguments[k + 1] == "1";
+            else if (arguments[k] == "--cache")
+                cache = arguments[k + 1];
+            else if (arguments[k] == "--sizes") {
+                sizes.clear();
+                std::istringstream list(arguments[k + 1]);
+                for (std::string size; std::getline(list, size, ',');)
+                    sizes.push_back(std::stoull(size));
+            }
+        }
+        fs::create_directories(cache);
+        std::string self = fs::read_symlink("/proc/self/exe").string();
+        std::vector<Figures> all;
+        for (std::size_t items : sizes) {
+            if (prepareOnly) {
+                prepare(cache, items);
+                continue;
+            }
+            all.push_back(measure(self, cache, items, runs));
+            std::cerr << "measured " << items << " items\n";
+        }
+        print(all);
+        return 0;
+    } catch (const std::exception& failure) {
+        std::cerr << "bench_sync_pass: " << failure.what() << "\n";
+        return 1;
+    }
+}

@@ -1,0 +1,68 @@
+#pragma once
+
+// The folder walk of a pass: every item below the synced folder that the pass classifies, in the enumerator's
+// order, with the attributes read while walking. It stands for the three lists the walk fills side by side
+// (`korbanholdArray`, `tempFinderArray` and the folder path list): index i of each describes item i.
+
+#include "platform/FileManager.h"
+#include "platform/Value.h"
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace engine {
+
+struct ScannedItem {
+    std::string path;
+    std::uint64_t fileNumber = 0;
+    // The index of the first item with this file number (this item's own index unless a hard link came first).
+    std::uint32_t firstIndex = 0;
+    bool isDirectory = false;
+    std::uint64_t size = 0;
+    double modificationDate = 0;
+};
+
+// True when `relativePath` holds a character outside the set that synced names may use. The set is the literal
+// below, kept letter for letter (its upper-case K appears twice, which changes nothing); every byte of a non-ASCII
+// character is outside it.
+bool hasIllegalCharacters(std::string_view relativePath);
+inline constexpr std::string_view allowedNameCharacters
+    = "+_-'/,%$@!`^&={}[];.()abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLKMNOPQRSTUVWXYZ0123456789 ";
+
+// The decimal text of a file number, as the walk writes it.
+std::string fileNumberText(std::uint64_t fileNumber);
+// The file number a text stands for when it is exactly such a decimal text; any other text (a sign, leading zeros,
+// letters) never equals one.
+std::optional<std::uint64_t> parseFileNumberText(std::string_view text);
+
+class FolderScan {
+public:
+    // Walks `base`: a name with an illegal character is logged ("This string contains illegal characters") and
+    // skipped, an item named ".DS_Store" is skipped silently, and an item whose attributes cannot be read (it
+    // vanished after it was listed) raises, as storing its absent file number does.
+    static FolderScan walk(const std::string& base);
+    // The same over the items of an enumeration of `base`, in their order.
+    static FolderScan fromItems(const std::string& base, std::vector<platform::DirectoryItem> items);
+
+    std::size_t count() const { return m_items.size(); }
+    // Raises NSRangeException beyond the end.
+    const ScannedItem& at(std::size_t index) const;
+    // The first index whose item has `fileNumber`: items that share a file number (hard links) all resolve to it.
+    std::optional<std::size_t> firstIndexOf(std::uint64_t fileNumber) const;
+
+    // `korbanholdArray`: one folder-walk record per item.
+    platform::Value walkRecords() const;
+
+private:
+    void add(ScannedItem item);
+
+    std::vector<ScannedItem> m_items;
+    boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstIndex;
+};
+
+}

@@ -1,0 +1,79 @@
+// The rename process: an item whose file number the table knows stayed in place (and may have changed), was
+// renamed inside its folder, or moved to another folder.
+
+#include "sync/SyncFilesXpcService.h"
+
+#include "sync/PathText.h"
+#include "platform/FileManager.h"
+#include "sync/Raises.h"
+#include "sync/RecordKeys.h"
+
+namespace engine {
+
+using platform::Value;
+
+namespace {
+    bool isText(const Value* value, std::string_view text)
+    {
+        const std::string* string = value ? value->stringIf() : nullptr;
+        return string && *string == text;
+    }
+}
+
+void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    auto fileNumber = parseFileNumberText(fileID);
+    auto tablePosition = fileNumber ? m_tableIndex.firstPositionOf(*fileNumber) : std::nullopt;
+    auto index = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
+    if (!tablePosition || !index)
+        raiseIndexBeyondBounds(notFound, m_userDefaultsArray.count());
+    renameItem(*tablePosition, *index);
+}
+
+// j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
+// taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
+void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
+{
+    const Value* computerId = settingsComputerId();
+
+    // Mark the entry as seen, so that the deletion process leaves it.
+    m_userDefaultsArray.markSeen(j, computerId);
+    EntryView entry = m_userDefaultsArray.at(j);
+    const ScannedItem& item = m_scan.at(i);
+    if (!isText(entry.find(RecordKey::BaseSystemFileID), fileNumberText(item.fileNumber)))
+        return;
+
+    // Content changed only when both the size and the date texts differ; either alone is not enough.
+    const std::string& newDate = m_modifiedDates.text(item.modificationDate);
+    std::string newSize = fileSizeText(item.size);
+    bool contentChanged = !isText(entry.find(RecordKey::FileSize), newSize)
+        && !isText(entry.find(RecordKey::ModifiedDate), newDate);
+
+    const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
+    if (!oldPathValue)
+        raiseMissingValue(keys::baseSystemFilePath);
+    const std::string& oldPath = oldPathValue->string();
+    bool sameFolder = deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
+    bool sameName = lastPathComponent(oldPath) == lastPathComponent(item.path);
+
+    if (sameFolder && sameName) {
+        if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))
+            modifyItem(i);
+        return;
+    }
+    if (sameFolder) {
+        Value record = renamedRecord(entry, Value(item.path), computerId);
+        m_userDefaultsArray.replace(j, record);
+        m_changedListArray.append(std::move(record));
+        return;
+    }
+    // Moved: reported as the old path deleted and the new one created. A move that also renamed the item marks
+    // its "Deleted" record "removeKey" = "1", a plain move "0".
+    Value removal = movedAwayRecord(entry, sameName ? "0" : "1", computerId);
+    m_userDefaultsArray.remove(j);
+    m_changedListArray.append(std::move(removal));
+    createItem(i);
+}
+
+}

@@ -1,0 +1,129 @@
+#include "sync/SyncFilesXpcService.h"
+
+#include "platform/Log.h"
+#include "sync/RecordKeys.h"
+
+namespace engine {
+
+using platform::Value;
+
+SyncFilesXpcService::SyncFilesXpcService(platform::UserDefaults& standardDefaults)
+    : m_standardDefaults(standardDefaults)
+{
+}
+
+SyncFilesXpcService::~SyncFilesXpcService() = default;
+
+void SyncFilesXpcService::SyncFile()
+{
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        m_prefs = &m_standardDefaults;
+        m_fileWatcherPrefs = m_prefs->persistentDomainForName(domains::fileWatcher);
+        m_korbanholdPrefs = m_prefs->persistentDomainForName(domains::korbanhold);
+    }
+    // The whole domain is replaced: every other key of the file watcher's domain goes.
+    m_prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("1") } }),
+        domains::fileWatcher);
+    m_prefs->synchronize();
+    platform::log("FileWatcher 1 in syncfile initially");
+    syncFileInTablenCloud();
+}
+
+Value SyncFilesXpcService::userDefaultsArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_userDefaultsArray.records();
+}
+
+void SyncFilesXpcService::setUserDefaultsArray(const Value& records)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    m_userDefaultsArray = WatchedTable::ofRecords(records);
+}
+
+Value SyncFilesXpcService::sharedFilesArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_sharedFilesArray;
+}
+
+void SyncFilesXpcService::setSharedFilesArray(Value records)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    m_sharedFilesArray = std::move(records);
+}
+
+Value SyncFilesXpcService::fileStatusArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_fileStatusArray;
+}
+
+void SyncFilesXpcService::setFileStatusArray(Value list)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    m_fileStatusArray = std::move(list);
+}
+
+Value SyncFilesXpcService::jsonArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_jsonArray;
+}
+
+void SyncFilesXpcService::setJsonArray(Value list)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    m_jsonArray = std::move(list);
+}
+
+Value SyncFilesXpcService::changedListArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_changedListArray;
+}
+
+void SyncFilesXpcService::setChangedListArray(Value records)
+{
+    std::lock_guard lock(m_fieldsMutex);
+    m_changedListArray = std::move(records);
+}
+
+std::optional<Value> SyncFilesXpcService::korbanholdPrefs() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_korbanholdPrefs;
+}
+
+std::optional<Value> SyncFilesXpcService::fileWatcherPrefs() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_fileWatcherPrefs;
+}
+
+std::optional<Value> SyncFilesXpcService::sharedFilePrefs() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_sharedFilePrefs;
+}
+
+Value SyncFilesXpcService::korbanholdArray() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    return m_scan.walkRecords();
+}
+
+const Value* SyncFilesXpcService::settingsComputerId() const
+{
+    return m_korbanholdPrefs ? m_korbanholdPrefs->find(settings::computerId) : nullptr;
+}
+
+std::string SyncFilesXpcService::syncedFolderPath() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    const Value* folder = m_korbanholdPrefs ? m_korbanholdPrefs->find(settings::korbanholdPath) : nullptr;
+    return platform::format("%@/Korbanhold", folder);
+}
+
+}

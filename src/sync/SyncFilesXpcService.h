@@ -1,0 +1,132 @@
+#pragma once
+
+// SyncFilesXpcService: the sync engine. `SyncFile` starts a polling loop on the object; every two seconds a pass
+// (`syncFileInTablenCloud`) runs when the file watcher's status is "1": it walks the synced folder, compares it with
+// the watched-files table, turns every difference into change records (creation, modification, deletion, rename
+// and move processes, each in its own file), and hands the change list to the batch report.
+//
+// Threads: passes of one object never overlap (a pass holds the pass lock from its first step to its last); the
+// batch report and the completions of server requests run on other threads while later passes run, so every field
+// is read and written under the fields lock. Each process takes that lock for its own duration, and the operations
+// that talk to the server are called without it, so that they can use the accessors.
+//
+// The object must be owned by a std::shared_ptr: each pass schedules the next one with a reference that keeps the
+// object alive, as the loop has no end.
+
+#include "platform/UserDefaults.h"
+#include "platform/Value.h"
+#include "sync/ChangeRecords.h"
+#include "sync/FolderScan.h"
+#include "sync/RecordValues.h"
+#include "sync/StoredTableIndex.h"
+#include "sync/WatchedTable.h"
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace engine {
+
+class SyncFilesXpcService : public std::enable_shared_from_this<SyncFilesXpcService> {
+public:
+    // `standardDefaults` stands for the standard user-defaults object: the pass reads the domains and the stored
+    // table through it.
+    explicit SyncFilesXpcService(platform::UserDefaults& standardDefaults = platform::UserDefaults::standardUserDefaults());
+    virtual ~SyncFilesXpcService();
+    SyncFilesXpcService(const SyncFilesXpcService&) = delete;
+    SyncFilesXpcService& operator=(const SyncFilesXpcService&) = delete;
+
+    // The exported operation: marks the file watcher's domain busy ("FileWatcherStatusKey" = "1" as its only key)
+    // and runs the first pass on the caller's thread; the pass then keeps rescheduling itself.
+    void SyncFile();
+    // One pass, then the next one scheduled 2 seconds later on the global background queue, whatever happened.
+    void syncFileInTablenCloud();
+
+    // Properties. The table and the change list are handed out as lists of records.
+    platform::Value userDefaultsArray() const;
+    void setUserDefaultsArray(const platform::Value& records);
+    platform::Value sharedFilesArray() const;
+    void setSharedFilesArray(platform::Value records);
+    platform::Value fileStatusArray() const;
+    void setFileStatusArray(platform::Value list);
+    platform::Value jsonArray() const;
+    void setJsonArray(platform::Value list);
+    platform::Value changedListArray() const;
+    void setChangedListArray(platform::Value records);
+
+    // The snapshots of the preference domains taken by the last pass (absent when a domain does not exist).
+    std::optional<platform::Value> korbanholdPrefs() const;
+    std::optional<platform::Value> fileWatcherPrefs() const;
+    std::optional<platform::Value> sharedFilePrefs() const;
+    // The folder walk of the last pass, one folder-walk record per item.
+    platform::Value korbanholdArray() const;
+
+    // The processes a pass calls for each item (index: the item's position in the folder walk).
+    void performFileCreationProcess(std::size_t index);
+    void performFileModificationProcess(std::size_t index);
+    void performFileRenameProcess(const std::string& fileID);
+    void performFileDeletionProcess();
+    // Drops every shared-file record still marked "DeleteKey" = "1" after the walk; nothing is stored here.
+    void performSharedFilesDeletetionProcess();
+
+    // Local lookups in the shared-file records of the current pass.
+    bool checkIfShared(const std::string& path) const;
+    bool checkIfOwnerActive(const std::string& path) const;
+    bool checkIfSharedFolderActive(const std::string& path) const;
+    std::optional<platform::Value> getUserComputerMapID(const std::string& path) const;
+    std::string getFullPath(const std::string& path) const;
+
+    // The operations that talk to the server. They are virtual so that tests can see whether and when a pass calls
+    // them (their effect is on the server, and tests record the calls in a subclass). The REST client they need is
+    // not part of the engine yet, so their bodies here do only what needs no server (see ServerOperations.cpp).
+    virtual void performSharedFilesRenameProcess(const std::string& path, const std::string& fileID);
+    virtual void performSharedFilesCreationProcess(const std::string& path);
+    virtual void SyncFilesWithTableAndCloudProcess(platform::Value changedListArray);
+    virtual void logErrorMethod();
+
+private:
+    // Steps 1 to 12 of a pass; raises what ends the pass.
+    void runPass();
+    bool readDomainsAndStatus();
+    void loadTables();
+    void classifyItems();
+    void classifySharedItem(const std::string& path, const std::string& fileID);
+    void finishPass();
+
+    // The processes, with m_fieldsMutex held.
+    void createItem(std::size_t index);
+    void modifyItem(std::size_t index);
+    // `tablePosition`: the first position of the item's file number in the table as the pass read it;
+    // `index`: the first walk index of that file number.
+    void renameItem(std::size_t tablePosition, std::size_t index);
+    ItemTexts textsOf(const ScannedItem& item);
+    // "computerIdKey" of the settings snapshot, or null when absent; with m_fieldsMutex held.
+    const platform::Value* settingsComputerId() const;
+    // "%@/Korbanhold" of the settings' "korbanholdPathKey".
+    std::string syncedFolderPath() const;
+
+    std::mutex m_passMutex;
+    mutable std::mutex m_fieldsMutex;
+
+    platform::UserDefaults& m_standardDefaults;
+    // `prefs`: set by SyncFile; the end of a pass writes the idle status through it.
+    platform::UserDefaults* m_prefs = nullptr;
+    std::optional<platform::Value> m_korbanholdPrefs;
+    std::optional<platform::Value> m_fileWatcherPrefs;
+    std::optional<platform::Value> m_sharedFilePrefs;
+    // `korbanholdArray`, `tempFinderArray` and the folder path list.
+    FolderScan m_scan;
+    // `tempPrefArray` and the table path list.
+    StoredTableIndex m_tableIndex;
+    platform::Value m_tempSharedPrefArray = platform::Value::array();
+    WatchedTable m_userDefaultsArray;
+    platform::Value m_sharedFilesArray = platform::Value::array();
+    platform::Value m_fileStatusArray = platform::Value::array();
+    platform::Value m_jsonArray = platform::Value::array();
+    platform::Value m_changedListArray = platform::Value::array();
+    ModifiedDateTexts m_modifiedDates;
+};
+
+}

@@ -1,0 +1,219 @@
+#include "sync/WatchedTable.h"
+
+#include "sync/ChangeRecords.h"
+#include "sync/Raises.h"
+#include "sync/RecordKeys.h"
+
+#include <algorithm>
+
+namespace engine {
+
+using platform::Value;
+
+std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const Value* computerId)
+{
+    auto table = std::make_shared<StoredTable>();
+    table->records = std::move(records);
+    if (computerId)
+        table->computerId = *computerId;
+    const auto& elements = table->records.elements();
+    table->entries.reserve(elements.size());
+    for (const Value& record : elements) {
+        TableEntry entry { &record, EntryForm::Unseen, locateStoredFields(record) };
+        EntryView view(entry, computerId);
+        // The file ID is compared with the empty string before it is tested for the null object, so anything but a
+        // string (the null object too) raises here; a missing one becomes the empty string.
+        if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
+            raiseUnrecognizedSelector(*fileID, "isEqualToString:");
+        requireNormalisedFields(view);
+        table->entries.push_back(entry);
+    }
+    return table;
+}
+
+bool StoredTable::isNormalisationOf(const Value& storedRecords, const Value* otherComputerId) const
+{
+    // The store hands out lists that share their storage with its cache; a list this table keeps cannot be
+    // changed (changing a shared list copies it first), so the same storage means the same records.
+    bool sameList = storedRecords.isArray() && &storedRecords.elements() == &records.elements();
+    bool sameComputerId = (otherComputerId != nullptr) == computerId.has_value()
+        && (!otherComputerId || *otherComputerId == *computerId);
+    return sameList && sameComputerId;
+}
+
+WatchedTable::WatchedTable()
+    : WatchedTable(ofRecords(Value::array()))
+{
+}
+
+WatchedTable::WatchedTable(std::shared_ptr<const StoredTable> stored)
+    : m_stored(std::move(stored))
+    , m_entries(m_stored->entries)
+{
+    m_positions.reset(m_entries.size());
+}
+
+WatchedTable WatchedTable::ofRecords(Value records)
+{
+    auto stored = std::make_shared<StoredTable>();
+    stored->records = std::move(records);
+    const auto& elements = stored->records.elements();
+    stored->entries.reserve(elements.size());
+    for (const Value& record : elements)
+        stored->entries.push_back(TableEntry { &record, EntryForm::Built, {} });
+    return WatchedTable(std::move(stored));
+}
+
+const Value* WatchedTable::keep(Value record)
+{
+    return &m_built.emplace_back(std::move(record));
+}
+
+std::size_t WatchedTable::checkedSlot(std::size_t position) const
+{
+    if (position >= count())
+        raiseIndexBeyondBounds(position, count());
+    return m_positions.slotAt(position);
+}
+
+EntryView WatchedTable::viewOfSlot(std::size_t slot) const
+{
+    const auto& computerId = m_stored->computerId;
+    return EntryView(m_entries[slot], computerId ? &*computerId : nullptr);
+}
+
+EntryView WatchedTable::at(std::size_t position) const
+{
+    return viewOfSlot(checkedSlot(position));
+}
+
+void WatchedTable::markSeen(std::size_t position, const Value* computerId)
+{
+    std::size_t slot = checkedSlot(position);
+    TableEntry& entry = m_entries[slot];
+    const auto& tableComputerId = m_stored->computerId;
+    bool sameComputerId = (computerId != nullptr) == tableComputerId.has_value()
+        && (!computerId || *computerId == *tableComputerId);
+    if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && sameComputerId) {
+        entry.form = EntryForm::Seen;
+        return;
+    }
+    // The path stays the same, so the path index needs no change.
+    entry.record = keep(seenRecord(viewOfSlot(slot), computerId));
+    entry.form = EntryForm::Built;
+}
+
+void WatchedTable::replace(std::size_t position, Value record)
+{
+    std::size_t slot = checkedSlot(position);
+    unindexPath(slot);
+    m_entries[slot] = TableEntry { keep(std::move(record)), EntryForm::Built, {} };
+    indexPath(slot);
+}
+
+void WatchedTable::append(Value record)
+{
+    m_entries.push_back(TableEntry { keep(std::move(record)), EntryForm::Built, {} });
+    m_positions.append();
+    indexPath(m_entries.size() - 1);
+}
+
+void WatchedTable::remove(std::size_t position)
+{
+    std::size_t slot = checkedSlot(position);
+    unindexPath(slot);
+    m_positions.remove(slot);
+    m_entries[slot] = TableEntry { nullptr, EntryForm::Removed, {} };
+}
+
+const std::string* WatchedTable::pathOfSlot(std::size_t slot) const
+{
+    const Value* path = viewOfSlot(slot).find(keys::baseSystemFilePath);
+    return path ? path->stringIf() : nullptr;
+}
+
+void WatchedTable::indexPath(std::size_t slot)
+{
+    if (!m_pathIndexBuilt)
+        return;
+    if (const std::string* path = pathOfSlot(slot)) {
+        Slots& slots = m_slotsByPath[*path];
+        slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
+    }
+}
+
+void WatchedTable::unindexPath(std::size_t slot)
+{
+    if (!m_pathIndexBuilt)
+        return;
+    if (const std::string* path = pathOfSlot(slot)) {
+        auto found = m_slotsByPath.find(*path);
+        if (found == m_slotsByPath.end())
+            return;
+        Slots& slots = found->second;
+        auto at = std::lower_bound(slots.begin(), slots.end(), slot);
+        if (at != slots.end() && *at == slot)
+            slots.erase(at);
+    }
+}
+
+void WatchedTable::buildPathIndex()
+{
+    m_pathIndexBuilt = true;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form == EntryForm::Removed)
+            continue;
+        if (const std::string* path = pathOfSlot(slot))
+            m_slotsByPath[*path].push_back(static_cast<std::uint32_t>(slot));
+    }
+}
+
+std::optional<std::size_t> WatchedTable::firstPositionWithPath(std::string_view path)
+{
+    if (!m_pathIndexBuilt)
+        buildPathIndex();
+    auto found = m_slotsByPath.find(path);
+    if (found == m_slotsByPath.end() || found->second.empty())
+        return std::nullopt;
+    return m_positions.positionOf(found->second.front());
+}
+
+void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&)>& report)
+{
+    std::vector<TableEntry> kept;
+    bool anyMarked = false;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form == EntryForm::Removed)
+            continue;
+        EntryView view = viewOfSlot(slot);
+        if (view.isMarkedForRemoval()) {
+            report(view);
+            anyMarked = true;
+        }
+    }
+    if (!anyMarked)
+        return;
+    // Every entry still marked goes: removing each reported entry and every entry equal to it comes to the same,
+    // since an entry equal to a marked one carries the mark too.
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form != EntryForm::Removed && !viewOfSlot(slot).isMarkedForRemoval())
+            kept.push_back(m_entries[slot]);
+    }
+    m_entries = std::move(kept);
+    m_positions.reset(m_entries.size());
+    m_slotsByPath.clear();
+    m_pathIndexBuilt = false;
+}
+
+Value WatchedTable::records() const
+{
+    platform::Array records;
+    records.reserve(count());
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form != EntryForm::Removed)
+            records.push_back(viewOfSlot(slot).record());
+    }
+    return Value::arrayOf(std::move(records));
+}
+
+}

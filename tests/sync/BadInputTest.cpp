@@ -1,0 +1,149 @@
+// What other processes may have written into the domains and the table: wrong types, arrays where dictionaries
+// belong, numbers where strings belong, the null object. Every shape ends in the pass's failure path (guard, log
+// line, next pass 2 seconds later) or is read the way the pass reads any value; nothing crashes.
+
+#include "SyncFixture.h"
+
+using platform::Value;
+using synctest::record;
+using synctest::text;
+using Lines = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+namespace {
+
+class BadInput : public synctest::SyncFixture {
+protected:
+    Value goodEntry()
+    {
+        return record({ { "FileIDKey", "S-1" }, { "BaseSystemFileIDKey", "18446744073709551013" },
+            { "BaseSystemFilePathKey", path("x.txt") }, { "removeKey", "0" }, { "changeTypeKey", "Created" },
+            { "oldPathKey", "" }, { "isFilekey", "1" }, { "fileSizeKey", "0" }, { "computerIDKey", "C-7" },
+            { "filemodifiedDateKey", "2023-01-02 03:04:05" } });
+    }
+
+    // The pass ended through its guard, and the loop goes on: the next pass fails the same way 2 seconds later.
+    void expectGuardedFailure()
+    {
+        EXPECT_EQ(service->countOf("logErrorMethod"), 1u);
+        EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
+        EXPECT_EQ(status(), Value("1"));
+        clock.advance(2s);
+        EXPECT_EQ(service->countOf("logErrorMethod"), 2u);
+    }
+};
+
+TEST_F(BadInput, TableStoredAsATextEndsThePassThroughTheGuard)
+{
+    storeTable(Value("not a list"));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, TableStoredAsADictionaryEndsThePassThroughTheGuard)
+{
+    storeTable(goodEntry());
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, TableRecordThatIsAListEndsThePassThroughTheGuard)
+{
+    storeTable(Value::array({ Value::array({ Value("BaseSystemFileIDKey") }) }));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, TableRecordThatIsTheNullObjectEndsThePassThroughTheGuard)
+{
+    storeTable(Value::array({ goodEntry(), Value::null() }));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, ServerIdentifierThatIsANumberEndsThePassThroughTheGuard)
+{
+    Value entry = goodEntry();
+    entry.setObject(Value::integer(4711), "FileIDKey");
+    storeTable(Value::array({ entry }));
+    firstPass();
+    EXPECT_TRUE(log.contains("-[NSNumber isEqualToString:]: unrecognized selector sent to instance"));
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, SharedListThatIsADictionaryEndsThePassThroughTheGuard)
+{
+    writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value::dictionary() } }));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, SharedRecordThatIsANumberEndsThePassThroughTheGuard)
+{
+    writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value::array({ Value::integer(3) }) } }));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, KnownFileNumberWithAPathThatIsANumberEndsThePassThroughTheGuard)
+{
+    writeFile("a.txt", "a");
+    Value entry = goodEntry();
+    entry.setObject(Value(fileNumber("a.txt")), "BaseSystemFileIDKey");
+    entry.setObject(Value::integer(12), "BaseSystemFilePathKey");
+    storeTable(Value::array({ entry }));
+    firstPass();
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, FileNumberThatIsANumberNeverMatchesAnItem)
+{
+    writeFile("a.txt", "a");
+    Value entry = goodEntry();
+    entry.setObject(Value::unsignedInteger(std::stoull(fileNumber("a.txt"))), "BaseSystemFileIDKey");
+    storeTable(Value::array({ entry }));
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
+    EXPECT_EQ(summary(changes()), (Lines { "Created a.txt", "Deleted x.txt" }));
+    EXPECT_TRUE(changes().at(1).find("BaseSystemFileIDKey")->isNumber());
+}
+
+TEST_F(BadInput, StatusThatIsTheNumberOneIsNotBusy)
+{
+    writeFile("a.txt", "a");
+    writeDomain("Ulmaridon.FileWatcherXpcService", Value::dictionary({ { "FileWatcherStatusKey", Value::integer(1) } }));
+    service->syncFileInTablenCloud();
+    EXPECT_TRUE(log.contains("syncFileInTablenCloud: 1"));
+    EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
+    EXPECT_EQ(clock.pendingCount(), 1u);
+}
+
+TEST_F(BadInput, SyncedFolderSettingThatIsANumberGivesAFolderThatDoesNotExist)
+{
+    writeFile("a.txt", "a");
+    writeSettings({ { "korbanholdPathKey", Value::integer(5) } });
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
+    EXPECT_EQ(changes().count(), 0u);
+}
+
+TEST_F(BadInput, ComputerIdThatIsAListIsCarriedIntoTheRecordsAsItIs)
+{
+    writeFile("a.txt", "a");
+    writeSettings({ { "computerIdKey", Value::array({ Value("C"), Value("7") }) } });
+    firstPass();
+    ASSERT_EQ(changes().count(), 1u);
+    EXPECT_EQ(*changes().at(0).find("computerIDKey"), Value::array({ Value("C"), Value("7") }));
+}
+
+TEST_F(BadInput, DomainFileThatIsNotJsonReadsAsAbsent)
+{
+    writeFile("a.txt", "a");
+    firstPass();
+    testsupport::writeFile(root.path() / "Preferences/Ulmaridon.FileWatcherXpcService.json", "{\"FileWatcherStatusKey\": \"1\"");
+    service->syncFileInTablenCloud();
+    EXPECT_TRUE(log.contains("syncFileInTablenCloud: (null)"));
+    EXPECT_EQ(log.countStartingWith("Final List changed list"), 1u);
+}
+
+}
