@@ -28,8 +28,11 @@ std::shared_ptr<XPCService> XPCService::initWithConnectionHandler(ConnectionHand
     service->m_observer = platform::NotificationCenter::defaultCenter().addObserver(XPCConnectionReceivedNotification,
         platform::Queue::main(), [weak = std::weak_ptr<XPCService>(service)](const platform::Notification& notification) {
             const auto* connection = std::any_cast<std::shared_ptr<XPCConnection>>(&notification.object);
-            if (auto self = weak.lock(); self && connection)
+            if (auto self = weak.lock(); self && connection) {
                 self->handleConnection(*connection);
+                // Lifts the hold that XPCServiceConnectionHandler put on the connection, now that it has a handler.
+                (*connection)->resume();
+            }
         });
     return service;
 }
@@ -78,6 +81,10 @@ std::optional<std::vector<std::shared_ptr<XPCConnection>>> XPCService::connectio
 
 void XPCServiceConnectionHandler(const std::shared_ptr<platform::ipc::Connection>& connection)
 {
+    // The wrapper resumes the connection at once, but its event handler is only set when the notification has
+    // reached the main queue: until then the connection is held (suspend and resume nest), so that a message the
+    // peer sent right away waits for the handler instead of arriving at a wrapper that has none.
+    connection->suspend();
     platform::NotificationCenter::defaultCenter().post(XPCConnectionReceivedNotification,
         XPCConnection::initWithConnection(connection));
 }

@@ -58,7 +58,8 @@ private:
 };
 
 // Called by the runtime for each new peer connection: wraps it (which gives it its own queue and resumes it) and
-// posts "XPCConnectionReceivedNotification" with the wrapper as the object.
+// posts "XPCConnectionReceivedNotification" with the wrapper as the object. Its messages wait until the observer of
+// the XPCService has handed the wrapper to the connection handler.
 void XPCServiceConnectionHandler(const std::shared_ptr<platform::ipc::Connection>& connection);
 
 }
