@@ -20,7 +20,9 @@
 #include "service/SyncFilesXpcServiceProtocol.h"
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 
 int main(int argc, char** argv)
 {
@@ -28,7 +30,12 @@ int main(int argc, char** argv)
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
     try {
-        return service::main(argc, argv);
+        const int status = service::main(argc, argv);
+        // The polling loops never end: passes may be running on other threads right now, using the standard
+        // defaults and the queues. The process ends here, without destroying the static objects under them.
+        std::cerr.flush();
+        std::fflush(nullptr);
+        std::_Exit(status);
     } catch (const platform::ipc::ListenError& error) {
         platform::log("The service cannot start: %@", std::string_view(error.what()));
         return EXIT_FAILURE;
