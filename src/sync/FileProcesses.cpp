@@ -31,23 +31,24 @@ void SyncFilesXpcService::performFileDeletionProcess()
         [&](const EntryView& entry) { m_changedListArray.append(deletedRecord(entry, computerId)); });
 }
 
-ItemTexts SyncFilesXpcService::textsOf(const ScannedItem& item)
+ItemTexts SyncFilesXpcService::textsOf(std::size_t index)
 {
     // The attributes are those the walk read a moment ago; reading them again would double the system calls of a
     // pass.
+    const platform::FileAttributes& attributes = m_scan.attributesAt(index);
     return ItemTexts {
-        Value(fileNumberText(item.fileNumber)),
-        Value(item.path),
-        Value(isFileText(item.isDirectory)),
-        Value(fileSizeText(item.size)),
-        Value(m_modifiedDates.text(item.modificationDate)),
+        Value(fileNumberText(attributes.fileNumber)),
+        Value(m_scan.pathAt(index)),
+        Value(isFileText(attributes.type == platform::FileType::Directory)),
+        Value(fileSizeText(attributes.size)),
+        Value(m_modifiedDates.text(attributes.modificationDate)),
     };
 }
 
 // A new item: the table and the change list get the same record.
 void SyncFilesXpcService::createItem(std::size_t index)
 {
-    Value record = createdRecord(textsOf(m_scan.at(index)), settingsComputerId());
+    Value record = createdRecord(textsOf(index), settingsComputerId());
     m_userDefaultsArray.append(record);
     m_changedListArray.append(std::move(record));
 }
@@ -56,9 +57,8 @@ void SyncFilesXpcService::createItem(std::size_t index)
 // entry with the path is replaced, keeping its server identifier so that the server sees the same file.
 void SyncFilesXpcService::modifyItem(std::size_t index)
 {
-    const ScannedItem& item = m_scan.at(index);
-    ItemTexts texts = textsOf(item);
-    auto position = m_userDefaultsArray.firstPositionWithPath(item.path);
+    ItemTexts texts = textsOf(index);
+    auto position = m_userDefaultsArray.firstPositionWithPath(texts.path.string());
     if (!position)
         raiseIndexBeyondBounds(0, 0);
     Value fileID = cleanedFileID(m_userDefaultsArray.at(*position).find(keys::fileID));

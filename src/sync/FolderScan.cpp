@@ -65,40 +65,66 @@ FolderScan FolderScan::walk(const std::string& base)
 FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::DirectoryItem> items)
 {
     FolderScan scan;
-    scan.m_items.reserve(items.size());
-    scan.m_firstIndex.reserve(items.size());
-    for (auto& [relative, attributes] : items) {
-        if (hasIllegalCharacters(relative)) {
+    scan.m_base = base;
+    std::erase_if(items, [](const platform::DirectoryItem& item) {
+        if (hasIllegalCharacters(item.path)) {
             platform::log("This string contains illegal characters");
-            continue;
+            return true;
         }
-        if (lastComponent(relative) == ".DS_Store")
-            continue;
-        if (!attributes)
+        if (lastComponent(item.path) == ".DS_Store")
+            return true;
+        if (!item.attributes)
             raiseMissingValue(keys::baseSystemFileID);
-        scan.add(ScannedItem { base + "/" + relative, attributes->fileNumber, 0,
-            attributes->type == platform::FileType::Directory, attributes->size, attributes->modificationDate });
+        return false;
+    });
+    scan.m_items = std::move(items);
+    scan.m_firstIndex.reserve(scan.m_items.size());
+    scan.m_firstIndexByNumber.reserve(scan.m_items.size());
+    for (std::size_t index = 0; index < scan.m_items.size(); ++index) {
+        auto first = scan.m_firstIndexByNumber.try_emplace(scan.m_items[index].attributes->fileNumber,
+            static_cast<std::uint32_t>(index));
+        scan.m_firstIndex.push_back(first.first->second);
     }
     return scan;
 }
 
-void FolderScan::add(ScannedItem item)
-{
-    item.firstIndex = m_firstIndex.try_emplace(item.fileNumber, static_cast<std::uint32_t>(m_items.size())).first->second;
-    m_items.push_back(std::move(item));
-}
-
-const ScannedItem& FolderScan::at(std::size_t index) const
+void FolderScan::checkIndex(std::size_t index) const
 {
     if (index >= m_items.size())
         raiseIndexBeyondBounds(index, m_items.size());
-    return m_items[index];
+}
+
+const platform::FileAttributes& FolderScan::attributesAt(std::size_t index) const
+{
+    checkIndex(index);
+    return *m_items[index].attributes;
+}
+
+std::string FolderScan::pathAt(std::size_t index) const
+{
+    std::string path;
+    writePathAt(index, path);
+    return path;
+}
+
+void FolderScan::writePathAt(std::size_t index, std::string& path) const
+{
+    checkIndex(index);
+    path.assign(m_base);
+    path += '/';
+    path += m_items[index].path;
+}
+
+std::size_t FolderScan::firstIndexAt(std::size_t index) const
+{
+    checkIndex(index);
+    return m_firstIndex[index];
 }
 
 std::optional<std::size_t> FolderScan::firstIndexOf(std::uint64_t fileNumber) const
 {
-    auto found = m_firstIndex.find(fileNumber);
-    if (found == m_firstIndex.end())
+    auto found = m_firstIndexByNumber.find(fileNumber);
+    if (found == m_firstIndexByNumber.end())
         return std::nullopt;
     return found->second;
 }
@@ -107,10 +133,10 @@ Value FolderScan::walkRecords() const
 {
     platform::Array records;
     records.reserve(m_items.size());
-    for (const auto& item : m_items) {
+    for (std::size_t index = 0; index < m_items.size(); ++index) {
         records.push_back(Value::dictionary({
-            { std::string(keys::baseSystemFileID), Value(fileNumberText(item.fileNumber)) },
-            { std::string(keys::baseSystemFilePath), Value(item.path) },
+            { std::string(keys::baseSystemFileID), Value(fileNumberText(m_items[index].attributes->fileNumber)) },
+            { std::string(keys::baseSystemFilePath), Value(pathAt(index)) },
             { std::string(keys::remove), Value("1") },
         }));
     }

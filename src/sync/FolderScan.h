@@ -17,16 +17,6 @@
 
 namespace engine {
 
-struct ScannedItem {
-    std::string path;
-    std::uint64_t fileNumber = 0;
-    // The index of the first item with this file number (this item's own index unless a hard link came first).
-    std::uint32_t firstIndex = 0;
-    bool isDirectory = false;
-    std::uint64_t size = 0;
-    double modificationDate = 0;
-};
-
 // True when `relativePath` holds a character outside the set that synced names may use. The set is the literal
 // below, kept letter for letter (its upper-case K appears twice, which changes nothing); every byte of a non-ASCII
 // character is outside it.
@@ -50,8 +40,14 @@ public:
     static FolderScan fromItems(const std::string& base, std::vector<platform::DirectoryItem> items);
 
     std::size_t count() const { return m_items.size(); }
-    // Raises NSRangeException beyond the end.
-    const ScannedItem& at(std::size_t index) const;
+    // Item `index`, which must be below count() (NSRangeException otherwise).
+    const platform::FileAttributes& attributesAt(std::size_t index) const;
+    // The item's full path: the base, "/", and its path below the base.
+    std::string pathAt(std::size_t index) const;
+    // The same, written into `path` (whose storage is reused from item to item).
+    void writePathAt(std::size_t index, std::string& path) const;
+    // The index of the first item with the same file number: the item's own, unless a hard link came first.
+    std::size_t firstIndexAt(std::size_t index) const;
     // The first index whose item has `fileNumber`: items that share a file number (hard links) all resolve to it.
     std::optional<std::size_t> firstIndexOf(std::uint64_t fileNumber) const;
 
@@ -59,10 +55,13 @@ public:
     platform::Value walkRecords() const;
 
 private:
-    void add(ScannedItem item);
+    void checkIndex(std::size_t index) const;
 
-    std::vector<ScannedItem> m_items;
-    boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstIndex;
+    std::string m_base;
+    // The items kept, each with its attributes; paths relative to m_base.
+    std::vector<platform::DirectoryItem> m_items;
+    std::vector<std::uint32_t> m_firstIndex;
+    boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstIndexByNumber;
 };
 
 }

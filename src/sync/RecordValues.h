@@ -7,6 +7,7 @@
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -17,7 +18,10 @@ std::string_view isFileText(bool isDirectory);
 
 // "fileSizeKey": the size in bytes as a double, divided by 1024.0, rounded to the nearest whole number with halves
 // away from zero, truncated to a 32-bit signed integer and printed with "%d". 511 bytes give "0", 512 give "1".
+std::int32_t fileSizeKilobytes(std::uint64_t bytes);
 std::string fileSizeText(std::uint64_t bytes);
+// The number a size text stands for when it is exactly the "%d" text of one; any other text never equals one.
+std::optional<std::int32_t> parseFileSizeText(std::string_view text);
 
 // A server file identifier as records carry it: missing, the null object or the empty string become the empty
 // string; any other value is kept as it is.

@@ -28,42 +28,45 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
     auto index = fileNumber ? m_scan.firstIndexOf(*fileNumber) : std::nullopt;
     if (!tablePosition || !index)
         raiseIndexBeyondBounds(notFound, m_userDefaultsArray.count());
-    renameItem(*tablePosition, *index);
+    renameItem(*tablePosition, *index, m_scan.pathAt(*index));
 }
 
 // j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
 // taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
-void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i)
+void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::string& path)
 {
     const Value* computerId = settingsComputerId();
 
     // Mark the entry as seen, so that the deletion process leaves it.
     m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
-    const ScannedItem& item = m_scan.at(i);
-    if (!isText(entry.find(RecordKey::BaseSystemFileID), fileNumberText(item.fileNumber)))
+    const platform::FileAttributes& item = m_scan.attributesAt(i);
+    // The texts are equal exactly when the entry's text is the walk's decimal text of this file number.
+    if (entry.fileNumber() != item.fileNumber)
         return;
 
     // Content changed only when both the size and the date texts differ; either alone is not enough.
-    const std::string& newDate = m_modifiedDates.text(item.modificationDate);
-    std::string newSize = fileSizeText(item.size);
-    bool contentChanged = !isText(entry.find(RecordKey::FileSize), newSize)
-        && !isText(entry.find(RecordKey::ModifiedDate), newDate);
+    bool contentChanged = entry.kilobytes() != fileSizeKilobytes(item.size)
+        && !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
 
-    const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
-    if (!oldPathValue)
-        raiseMissingValue(keys::baseSystemFilePath);
-    const std::string& oldPath = oldPathValue->string();
-    bool sameFolder = deletingLastPathComponent(oldPath) == deletingLastPathComponent(item.path);
-    bool sameName = lastPathComponent(oldPath) == lastPathComponent(item.path);
+    std::string_view oldPath = entry.pathText();
+    if (!oldPath.data()) {
+        const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
+        if (!oldPathValue)
+            raiseMissingValue(keys::baseSystemFilePath);
+        oldPathValue->string(); // raises: a path operation on what is not a string
+    }
+    bool samePath = oldPath == path;
+    bool sameFolder = samePath || deletingLastPathComponent(oldPath) == deletingLastPathComponent(path);
+    bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
-        if (contentChanged && platform::FileManager::fileExistsAtPath(oldPath))
+        if (contentChanged && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
             modifyItem(i);
         return;
     }
     if (sameFolder) {
-        Value record = renamedRecord(entry, Value(item.path), computerId);
+        Value record = renamedRecord(entry, Value(path), computerId);
         m_userDefaultsArray.replace(j, record);
         m_changedListArray.append(std::move(record));
         return;

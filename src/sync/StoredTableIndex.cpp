@@ -14,15 +14,18 @@ StoredTableIndex::StoredTableIndex(std::shared_ptr<const StoredTable> table)
 {
     const auto& entries = m_table->entries;
     m_firstPositions.reserve(entries.size());
+    m_isFirst.resize(entries.size());
     for (std::size_t position = 0; position < entries.size(); ++position) {
-        const std::string* text = EntryView(entries[position], nullptr).storedField(RecordKey::BaseSystemFileID)->stringIf();
-        if (auto number = text ? parseFileNumberText(*text) : std::nullopt)
-            m_firstPositions.try_emplace(*number, static_cast<std::uint32_t>(position));
+        if (entries[position].hasFileNumber)
+            m_isFirst[position] = m_firstPositions.try_emplace(entries[position].fileNumber, static_cast<std::uint32_t>(position)).second;
     }
 }
 
-std::optional<std::size_t> StoredTableIndex::firstPositionOf(std::uint64_t fileNumber) const
+std::optional<std::size_t> StoredTableIndex::firstPositionOf(std::uint64_t fileNumber, std::size_t likely) const
 {
+    const auto& entries = m_table->entries;
+    if (likely < entries.size() && m_isFirst[likely] && entries[likely].fileNumber == fileNumber)
+        return likely;
     auto found = m_firstPositions.find(fileNumber);
     if (found == m_firstPositions.end())
         return std::nullopt;
@@ -34,8 +37,8 @@ bool StoredTableIndex::containsPath(std::string_view path)
     if (!m_pathsBuilt) {
         m_pathsBuilt = true;
         for (const auto& entry : m_table->entries) {
-            if (const std::string* text = EntryView(entry, nullptr).storedField(RecordKey::BaseSystemFilePath)->stringIf())
-                m_paths.insert(*text);
+            if (entry.path.data())
+                m_paths.insert(entry.path);
         }
     }
     return m_paths.contains(path);

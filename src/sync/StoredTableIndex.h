@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace engine {
 
@@ -25,13 +26,17 @@ public:
     explicit StoredTableIndex(std::shared_ptr<const StoredTable> table);
 
     const std::shared_ptr<const StoredTable>& table() const { return m_table; }
-    // The first position whose "BaseSystemFileIDKey" is the decimal text of `fileNumber`.
-    std::optional<std::size_t> firstPositionOf(std::uint64_t fileNumber) const;
+    // The first position whose "BaseSystemFileIDKey" is the decimal text of `fileNumber`. `likely` is tried first:
+    // a table stored by an earlier pass lists the items in walk order, so the next item is mostly at the next
+    // position, found without a hash lookup.
+    std::optional<std::size_t> firstPositionOf(std::uint64_t fileNumber, std::size_t likely = 0) const;
     bool containsPath(std::string_view path);
 
 private:
     std::shared_ptr<const StoredTable> m_table;
     boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstPositions;
+    // Whether the entry at each position is the first with its file number.
+    std::vector<bool> m_isFirst;
     bool m_pathsBuilt = false;
     // Views into the records of m_table.
     boost::unordered_flat_set<std::string_view> m_paths;

@@ -42,71 +42,17 @@ void SyncFilesXpcService::setUserDefaultsArray(const Value& records)
     m_userDefaultsArray = WatchedTable::ofRecords(records);
 }
 
-Value SyncFilesXpcService::sharedFilesArray() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_sharedFilesArray;
-}
-
-void SyncFilesXpcService::setSharedFilesArray(Value records)
-{
-    std::lock_guard lock(m_fieldsMutex);
-    m_sharedFilesArray = std::move(records);
-}
-
-Value SyncFilesXpcService::fileStatusArray() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_fileStatusArray;
-}
-
-void SyncFilesXpcService::setFileStatusArray(Value list)
-{
-    std::lock_guard lock(m_fieldsMutex);
-    m_fileStatusArray = std::move(list);
-}
-
-Value SyncFilesXpcService::jsonArray() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_jsonArray;
-}
-
-void SyncFilesXpcService::setJsonArray(Value list)
-{
-    std::lock_guard lock(m_fieldsMutex);
-    m_jsonArray = std::move(list);
-}
-
-Value SyncFilesXpcService::changedListArray() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_changedListArray;
-}
-
-void SyncFilesXpcService::setChangedListArray(Value records)
-{
-    std::lock_guard lock(m_fieldsMutex);
-    m_changedListArray = std::move(records);
-}
-
-std::optional<Value> SyncFilesXpcService::korbanholdPrefs() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_korbanholdPrefs;
-}
-
-std::optional<Value> SyncFilesXpcService::fileWatcherPrefs() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_fileWatcherPrefs;
-}
-
-std::optional<Value> SyncFilesXpcService::sharedFilePrefs() const
-{
-    std::lock_guard lock(m_fieldsMutex);
-    return m_sharedFilePrefs;
-}
+Value SyncFilesXpcService::sharedFilesArray() const { return readLocked(m_sharedFilesArray); }
+void SyncFilesXpcService::setSharedFilesArray(Value records) { writeLocked(m_sharedFilesArray, std::move(records)); }
+Value SyncFilesXpcService::fileStatusArray() const { return readLocked(m_fileStatusArray); }
+void SyncFilesXpcService::setFileStatusArray(Value list) { writeLocked(m_fileStatusArray, std::move(list)); }
+Value SyncFilesXpcService::jsonArray() const { return readLocked(m_jsonArray); }
+void SyncFilesXpcService::setJsonArray(Value list) { writeLocked(m_jsonArray, std::move(list)); }
+Value SyncFilesXpcService::changedListArray() const { return readLocked(m_changedListArray); }
+void SyncFilesXpcService::setChangedListArray(Value records) { writeLocked(m_changedListArray, std::move(records)); }
+std::optional<Value> SyncFilesXpcService::korbanholdPrefs() const { return readLocked(m_korbanholdPrefs); }
+std::optional<Value> SyncFilesXpcService::fileWatcherPrefs() const { return readLocked(m_fileWatcherPrefs); }
+std::optional<Value> SyncFilesXpcService::sharedFilePrefs() const { return readLocked(m_sharedFilePrefs); }
 
 Value SyncFilesXpcService::korbanholdArray() const
 {

@@ -7,7 +7,8 @@
 //
 // Threads: passes of one object never overlap (a pass holds the pass lock from its first step to its last); the
 // batch report and the completions of server requests run on other threads while later passes run, so every field
-// is read and written under the fields lock. Each process takes that lock for its own duration, and the operations
+// is written under the fields lock and read under it by every other thread (the pass reads what only it writes, the
+// walk and the table index, without it). Each process takes that lock for its own duration, and the operations
 // that talk to the server are called without it, so that they can use the accessors.
 //
 // The object must be owned by a std::shared_ptr: each pass schedules the next one with a reference that keeps the
@@ -99,9 +100,23 @@ private:
     void createItem(std::size_t index);
     void modifyItem(std::size_t index);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;
-    // `index`: the first walk index of that file number.
-    void renameItem(std::size_t tablePosition, std::size_t index);
-    ItemTexts textsOf(const ScannedItem& item);
+    // `index`: the first walk index of that file number, whose full path is `path`.
+    void renameItem(std::size_t tablePosition, std::size_t index, const std::string& path);
+    // The texts of walk item `index` as the processes put them into records.
+    ItemTexts textsOf(std::size_t index);
+    template<typename Field>
+    Field readLocked(const Field& field) const
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        return field;
+    }
+    template<typename Field>
+    void writeLocked(Field& field, Field value)
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        field = std::move(value);
+    }
+
     // "computerIdKey" of the settings snapshot, or null when absent; with m_fieldsMutex held.
     const platform::Value* settingsComputerId() const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".

@@ -80,6 +80,7 @@ void SyncFilesXpcService::loadTables()
 
     const Value* computerId = settingsComputerId();
     try {
+        // A domain without a shared-file list gives an empty one: no record matches anything in it either way.
         const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
         m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
         if (!m_sharedFilesArray.isArray())
@@ -107,16 +108,19 @@ void SyncFilesXpcService::loadTables()
 void SyncFilesXpcService::classifyItems()
 {
     // The walk and the table index are only replaced by this thread, so reading them here needs no lock.
+    std::size_t likelyTablePosition = 0;
+    std::string path;
     for (std::size_t walked = 0; walked < m_scan.count(); ++walked) {
-        const ScannedItem& item = m_scan.at(walked);
-        std::size_t index = item.firstIndex;
-        const std::string& path = m_scan.at(index).path;
+        std::uint64_t fileNumber = m_scan.attributesAt(walked).fileNumber;
+        std::size_t index = m_scan.firstIndexAt(walked);
+        m_scan.writePathAt(index, path);
         if (checkIfShared(path)) {
-            classifySharedItem(path, fileNumberText(item.fileNumber));
-        } else if (auto tablePosition = m_tableIndex.firstPositionOf(item.fileNumber)) {
+            classifySharedItem(path, fileNumberText(fileNumber));
+        } else if (auto tablePosition = m_tableIndex.firstPositionOf(fileNumber, likelyTablePosition)) {
+            likelyTablePosition = *tablePosition + 1;
             // performFileRenameProcess with the two positions it would look up already known.
             std::lock_guard lock(m_fieldsMutex);
-            renameItem(*tablePosition, index);
+            renameItem(*tablePosition, index, path);
         } else if (m_tableIndex.containsPath(path)) {
             performFileModificationProcess(index);
         } else {
@@ -151,12 +155,7 @@ void SyncFilesXpcService::finishPass()
 {
     Value changes = changedListArray();
     platform::log("Final List changed list %@", changes);
-    platform::UserDefaults* prefs;
-    {
-        std::lock_guard lock(m_fieldsMutex);
-        prefs = m_prefs;
-    }
-    if (prefs) {
+    if (platform::UserDefaults* prefs = readLocked(m_prefs)) {
         prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
             domains::fileWatcher);
         prefs->synchronize();

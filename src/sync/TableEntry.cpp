@@ -1,7 +1,9 @@
 #include "sync/TableEntry.h"
 
 #include "sync/ChangeRecords.h"
+#include "sync/FolderScan.h"
 #include "sync/RecordKeys.h"
+#include "sync/RecordValues.h"
 
 namespace engine {
 
@@ -117,6 +119,44 @@ const Value* EntryView::find(RecordKey key, std::string_view name) const
     default:
         return storedField(key);
     }
+}
+
+TableEntry TableEntry::of(const Value* record, EntryForm form)
+{
+    TableEntry entry;
+    entry.record = record;
+    entry.form = form;
+    entry.positions.fill(noPosition);
+    if (form == EntryForm::Unseen || form == EntryForm::Seen)
+        entry.positions = locateStoredFields(*record);
+    EntryView view(entry, nullptr);
+    auto textOf = [&](RecordKey key) {
+        const Value* value = view.find(key);
+        return value ? value->stringIf() : nullptr;
+    };
+    if (const std::string* number = textOf(RecordKey::BaseSystemFileID)) {
+        auto parsed = parseFileNumberText(*number);
+        entry.hasFileNumber = parsed.has_value();
+        entry.fileNumber = parsed.value_or(0);
+    }
+    if (const std::string* size = textOf(RecordKey::FileSize)) {
+        auto parsed = parseFileSizeText(*size);
+        entry.hasKilobytes = parsed.has_value();
+        entry.kilobytes = parsed.value_or(0);
+    }
+    if (const std::string* path = textOf(RecordKey::BaseSystemFilePath))
+        entry.path = *path;
+    return entry;
+}
+
+std::optional<std::uint64_t> EntryView::fileNumber() const
+{
+    return m_entry->hasFileNumber ? std::optional(m_entry->fileNumber) : std::nullopt;
+}
+
+std::optional<std::int32_t> EntryView::kilobytes() const
+{
+    return m_entry->hasKilobytes ? std::optional(m_entry->kilobytes) : std::nullopt;
 }
 
 bool EntryView::isMarkedForRemoval() const

@@ -17,6 +17,8 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace engine {
@@ -47,12 +49,23 @@ std::string_view nameOf(RecordKey key);
 struct TableEntry {
     // The stored record (Unseen, Seen) or the record itself (Built); null for Removed.
     const platform::Value* record = nullptr;
+    // Read once from the record for the comparisons the rename process makes for every item: the path when it is
+    // a string (a view with a null data pointer when it is not), the file number when "BaseSystemFileIDKey" is the
+    // walk's text of one, the kilobytes when "fileSizeKey" is a "%d" text.
+    std::string_view path;
+    std::uint64_t fileNumber = 0;
+    std::int32_t kilobytes = 0;
+    bool hasFileNumber = false;
+    bool hasKilobytes = false;
     EntryForm form = EntryForm::Built;
     // Unseen and Seen: where each stored field lies in the record's entries, so that reading one costs no key search.
     // noPosition for a "FileIDKey" the record lacks (the only field normalisation lets be missing), or for a record
     // too large to index, which then falls back to a search by key.
     std::array<std::uint8_t, storedFieldCount> positions {};
     static constexpr std::uint8_t noPosition = 0xFF;
+
+    // An entry for `record` with its facts read; the positions are found for the Unseen and Seen forms.
+    static TableEntry of(const platform::Value* record, EntryForm form);
 };
 
 // Reads the fields of one entry as the record it stands for: the cleaned "FileIDKey", the "removeKey" of its form and
@@ -70,6 +83,11 @@ public:
     // The same for a key already known; `name` is needed only for RecordKey::Other.
     const platform::Value* find(RecordKey key, std::string_view name = {}) const;
     EntryForm form() const { return m_entry->form; }
+    // The facts of TableEntry: equal to the walk's file number text, to a "%d" size text, the path text.
+    std::optional<std::uint64_t> fileNumber() const;
+    std::optional<std::int32_t> kilobytes() const;
+    // The path text; a null data pointer when "BaseSystemFilePathKey" is missing or not a string.
+    std::string_view pathText() const { return m_entry->path; }
     // True when the record's "removeKey" is the string "1": the entry was not found by this pass.
     bool isMarkedForRemoval() const;
     // The whole record, with the key order of the operation that made it.

@@ -19,7 +19,7 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
     const auto& elements = table->records.elements();
     table->entries.reserve(elements.size());
     for (const Value& record : elements) {
-        TableEntry entry { &record, EntryForm::Unseen, locateStoredFields(record) };
+        TableEntry entry = TableEntry::of(&record, EntryForm::Unseen);
         EntryView view(entry, computerId);
         // The file ID is compared with the empty string before it is tested for the null object, so anything but a
         // string (the null object too) raises here; a missing one becomes the empty string.
@@ -27,6 +27,17 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
             raiseUnrecognizedSelector(*fileID, "isEqualToString:");
         requireNormalisedFields(view);
         table->entries.push_back(entry);
+    }
+    std::size_t length = 0;
+    for (const auto& entry : table->entries)
+        length += entry.path.size();
+    table->paths.reserve(length);
+    for (auto& entry : table->entries) {
+        if (entry.path.data()) {
+            std::size_t start = table->paths.size();
+            table->paths += entry.path;
+            entry.path = std::string_view(table->paths).substr(start, entry.path.size());
+        }
     }
     return table;
 }
@@ -60,7 +71,7 @@ WatchedTable WatchedTable::ofRecords(Value records)
     const auto& elements = stored->records.elements();
     stored->entries.reserve(elements.size());
     for (const Value& record : elements)
-        stored->entries.push_back(TableEntry { &record, EntryForm::Built, {} });
+        stored->entries.push_back(TableEntry::of(&record, EntryForm::Built));
     return WatchedTable(std::move(stored));
 }
 
@@ -99,21 +110,20 @@ void WatchedTable::markSeen(std::size_t position, const Value* computerId)
         return;
     }
     // The path stays the same, so the path index needs no change.
-    entry.record = keep(seenRecord(viewOfSlot(slot), computerId));
-    entry.form = EntryForm::Built;
+    entry = TableEntry::of(keep(seenRecord(viewOfSlot(slot), computerId)), EntryForm::Built);
 }
 
 void WatchedTable::replace(std::size_t position, Value record)
 {
     std::size_t slot = checkedSlot(position);
     unindexPath(slot);
-    m_entries[slot] = TableEntry { keep(std::move(record)), EntryForm::Built, {} };
+    m_entries[slot] = TableEntry::of(keep(std::move(record)), EntryForm::Built);
     indexPath(slot);
 }
 
 void WatchedTable::append(Value record)
 {
-    m_entries.push_back(TableEntry { keep(std::move(record)), EntryForm::Built, {} });
+    m_entries.push_back(TableEntry::of(keep(std::move(record)), EntryForm::Built));
     m_positions.append();
     indexPath(m_entries.size() - 1);
 }
@@ -123,21 +133,21 @@ void WatchedTable::remove(std::size_t position)
     std::size_t slot = checkedSlot(position);
     unindexPath(slot);
     m_positions.remove(slot);
-    m_entries[slot] = TableEntry { nullptr, EntryForm::Removed, {} };
+    m_entries[slot] = TableEntry {};
+    m_entries[slot].form = EntryForm::Removed;
 }
 
-const std::string* WatchedTable::pathOfSlot(std::size_t slot) const
+std::string_view WatchedTable::pathOfSlot(std::size_t slot) const
 {
-    const Value* path = viewOfSlot(slot).find(keys::baseSystemFilePath);
-    return path ? path->stringIf() : nullptr;
+    return m_entries[slot].path;
 }
 
 void WatchedTable::indexPath(std::size_t slot)
 {
     if (!m_pathIndexBuilt)
         return;
-    if (const std::string* path = pathOfSlot(slot)) {
-        Slots& slots = m_slotsByPath[*path];
+    if (std::string_view path = pathOfSlot(slot); path.data()) {
+        Slots& slots = m_slotsByPath[std::string(path)];
         slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
     }
 }
@@ -146,8 +156,8 @@ void WatchedTable::unindexPath(std::size_t slot)
 {
     if (!m_pathIndexBuilt)
         return;
-    if (const std::string* path = pathOfSlot(slot)) {
-        auto found = m_slotsByPath.find(*path);
+    if (std::string_view path = pathOfSlot(slot); path.data()) {
+        auto found = m_slotsByPath.find(path);
         if (found == m_slotsByPath.end())
             return;
         Slots& slots = found->second;
@@ -163,8 +173,8 @@ void WatchedTable::buildPathIndex()
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form == EntryForm::Removed)
             continue;
-        if (const std::string* path = pathOfSlot(slot))
-            m_slotsByPath[*path].push_back(static_cast<std::uint32_t>(slot));
+        if (std::string_view path = pathOfSlot(slot); path.data())
+            m_slotsByPath[std::string(path)].push_back(static_cast<std::uint32_t>(slot));
     }
 }
 

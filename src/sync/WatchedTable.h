@@ -34,6 +34,10 @@ struct StoredTable {
     // The "computerIDKey" of the normalised records.
     std::optional<platform::Value> computerId;
     std::vector<TableEntry> entries;
+    // A copy of the entries' paths, one after the other in table order, that the entries' path views point into.
+    // A pass compares every item's path with its entry's, and the copy lets it read them in sequence instead of
+    // from a hundred thousand places in the stored list.
+    std::string paths;
 
     // Each record of `records` normalised as the pass does it, in order: a record that is not a dictionary, lacks a
     // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
@@ -79,7 +83,7 @@ private:
 
     std::size_t checkedSlot(std::size_t position) const;
     EntryView viewOfSlot(std::size_t slot) const;
-    const std::string* pathOfSlot(std::size_t slot) const;
+    std::string_view pathOfSlot(std::size_t slot) const;
     // A record of this pass, kept where the entries can point to it.
     const platform::Value* keep(platform::Value record);
     void unindexPath(std::size_t slot);

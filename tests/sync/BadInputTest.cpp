@@ -5,22 +5,14 @@
 #include "SyncFixture.h"
 
 using platform::Value;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 using namespace std::chrono_literals;
 
 namespace {
 
 class BadInput : public synctest::SyncFixture {
 protected:
-    Value goodEntry()
-    {
-        return record({ { "FileIDKey", "S-1" }, { "BaseSystemFileIDKey", "18446744073709551013" },
-            { "BaseSystemFilePathKey", path("x.txt") }, { "removeKey", "0" }, { "changeTypeKey", "Created" },
-            { "oldPathKey", "" }, { "isFilekey", "1" }, { "fileSizeKey", "0" }, { "computerIDKey", "C-7" },
-            { "filemodifiedDateKey", "2023-01-02 03:04:05" } });
-    }
+    Value goodEntry() { return tableRecord("18446744073709551013", path("x.txt"), "S-1"); }
 
     // The pass ended through its guard, and the loop goes on: the next pass fails the same way 2 seconds later.
     void expectGuardedFailure()

@@ -3,11 +3,7 @@
 #include "SyncFixture.h"
 
 using platform::Value;
-using synctest::entryWithPath;
-using synctest::keysOf;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 
@@ -101,28 +97,12 @@ TEST_F(FileProcesses, AfternoonAndMorningOfOneDayCarryTheSameDateText)
     EXPECT_EQ(text(entryWithPath(changes(), path("morning.txt")), "filemodifiedDateKey"), "2024-03-05 02:05:09");
 }
 
-Value tableEntry(const std::string& fileNumber, const std::string& path, const std::string& fileID)
-{
-    return record({
-        { "FileIDKey", fileID },
-        { "BaseSystemFileIDKey", fileNumber },
-        { "BaseSystemFilePathKey", path },
-        { "removeKey", "0" },
-        { "changeTypeKey", "Created" },
-        { "oldPathKey", "" },
-        { "isFilekey", "1" },
-        { "fileSizeKey", "4" },
-        { "computerIDKey", "C-7" },
-        { "filemodifiedDateKey", "2023-01-02 03:04:05" },
-    });
-}
-
 TEST_F(FileProcesses, ModificationReplacesOnlyTheFirstOfTwoEntriesWithThePath)
 {
     writeFile("a.txt", "a");
     storeTable(Value::array({
-        tableEntry("18446744073709551001", path("a.txt"), "S-first"),
-        tableEntry("18446744073709551002", path("a.txt"), "S-second"),
+        tableRecord("18446744073709551001", path("a.txt"), "S-first"),
+        tableRecord("18446744073709551002", path("a.txt"), "S-second"),
     }));
     firstPass();
     // The second entry is not replaced, so it is still marked and the deletion reports it.
@@ -140,11 +120,11 @@ TEST_F(FileProcesses, DeletionReportsOneDeletedRecordPerEntryStillMarkedInTableO
     firstPass();
     acceptReport();
     Value stored = *storedTable();
-    Value vanished = tableEntry("18446744073709551003", path("gone/y.txt"), "S-y");
-    stored.append(tableEntry("18446744073709551002", path("gone/x.txt"), "S-x"));
+    Value vanished = tableRecord("18446744073709551003", path("gone/y.txt"), "S-y");
+    stored.append(tableRecord("18446744073709551002", path("gone/x.txt"), "S-x"));
     stored.append(vanished);
     stored.append(vanished);
-    stored.append(tableEntry("18446744073709551004", path("gone/z.txt"), ""));
+    stored.append(tableRecord("18446744073709551004", path("gone/z.txt"), ""));
     storeTable(stored);
 
     nextPass();
@@ -169,7 +149,7 @@ TEST_F(FileProcesses, DeletionReportsOneDeletedRecordPerEntryStillMarkedInTableO
 TEST_F(FileProcesses, TableEntryWhoseServerIdentifierIsTheNullObjectIsDeletedWithAnEmptyOne)
 {
     firstPass();
-    Value entry = tableEntry("18446744073709551005", path("x.txt"), "");
+    Value entry = tableRecord("18446744073709551005", path("x.txt"), "");
     entry.setObject(Value::null(), "FileIDKey");
     entry.setObject(Value("1"), "removeKey");
     service->setUserDefaultsArray(Value::array({ entry }));
@@ -185,11 +165,11 @@ TEST_F(FileProcesses, TableEntryWhoseServerIdentifierIsTheNullObjectIsDeletedWit
 TEST_F(FileProcesses, EntriesNotMarkedAreLeftAloneByTheDeletion)
 {
     firstPass();
-    Value marked = tableEntry("18446744073709551006", path("m.txt"), "S-m");
+    Value marked = tableRecord("18446744073709551006", path("m.txt"), "S-m");
     marked.setObject(Value("1"), "removeKey");
-    Value notMarked = tableEntry("18446744073709551007", path("n.txt"), "S-n");
+    Value notMarked = tableRecord("18446744073709551007", path("n.txt"), "S-n");
     notMarked.setObject(Value("yes"), "removeKey");
-    service->setUserDefaultsArray(Value::array({ notMarked, marked, tableEntry("18446744073709551008", path("o.txt"), "") }));
+    service->setUserDefaultsArray(Value::array({ notMarked, marked, tableRecord("18446744073709551008", path("o.txt"), "") }));
     service->setChangedListArray(Value::array());
 
     service->performFileDeletionProcess();

@@ -6,7 +6,7 @@
 #include <regex>
 
 using platform::Value;
-using synctest::record;
+using namespace synctest;
 
 namespace {
 

@@ -124,7 +124,7 @@ TEST(FolderWalk, SkippedNamesNeedNoAttributes)
     };
     auto scan = engine::FolderScan::fromItems("/base", std::move(items));
     ASSERT_EQ(scan.count(), 1u);
-    EXPECT_EQ(scan.at(0).path, "/base/b.txt");
+    EXPECT_EQ(scan.pathAt(0), "/base/b.txt");
 }
 
 TEST(FolderWalk, ItemsSharingAFileNumberPointToTheFirst)
@@ -135,8 +135,8 @@ TEST(FolderWalk, ItemsSharingAFileNumberPointToTheFirst)
         { "c", platform::FileAttributes { 7, platform::FileType::Regular, 1, 0 } },
     };
     auto scan = engine::FolderScan::fromItems("/base", std::move(items));
-    EXPECT_EQ(scan.at(2).firstIndex, 0u);
-    EXPECT_EQ(scan.at(1).firstIndex, 1u);
+    EXPECT_EQ(scan.firstIndexAt(2), 0u);
+    EXPECT_EQ(scan.firstIndexAt(1), 1u);
     EXPECT_EQ(*scan.firstIndexOf(7), 0u);
 }
 

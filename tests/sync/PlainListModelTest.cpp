@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 
 using platform::Value;
-using synctest::text;
+using namespace synctest;
 
 namespace {
 

@@ -10,9 +10,7 @@
 #include <thread>
 
 using platform::Value;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 using namespace std::chrono_literals;
 
 namespace {
@@ -26,14 +24,6 @@ protected:
         EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
         EXPECT_EQ(status(), Value("1"));
         EXPECT_EQ(clock.pendingCount(), 1u);
-    }
-
-    Value storedEntry(const std::string& relative)
-    {
-        return record({ { "FileIDKey", "S-1" }, { "BaseSystemFileIDKey", "18446744073709551012" },
-            { "BaseSystemFilePathKey", path(relative) }, { "removeKey", "0" }, { "changeTypeKey", "Created" },
-            { "oldPathKey", "" }, { "isFilekey", "1" }, { "fileSizeKey", "0" }, { "computerIDKey", "C-7" },
-            { "filemodifiedDateKey", "2023-01-02 03:04:05" } });
     }
 };
 
@@ -55,7 +45,7 @@ TEST_F(PollingLoop, StatusZeroSkipsEveryPassAndTheLoopGoesOnEveryTwoSeconds)
 
 TEST_F(PollingLoop, TableRecordWithoutOldPathEndsEveryPassThroughTheGuardUntilItIsFixed)
 {
-    Value broken = storedEntry("x.txt");
+    Value broken = tableRecord("18446744073709551012", path("x.txt"), "S-1");
     broken.removeObjectForKey("oldPathKey");
     storeTable(Value::array({ broken }));
     firstPass();
@@ -66,7 +56,7 @@ TEST_F(PollingLoop, TableRecordWithoutOldPathEndsEveryPassThroughTheGuardUntilIt
     clock.advance(2s);
     expectFailedPasses(3, reason);
 
-    storeTable(Value::array({ storedEntry("x.txt") }));
+    storeTable(Value::array({ tableRecord("18446744073709551012", path("x.txt"), "S-1") }));
     clock.advance(2s);
     EXPECT_EQ(service->countOf("logErrorMethod"), 3u);
     EXPECT_EQ(summary(changes()), (Lines { "Deleted x.txt" }));
@@ -75,7 +65,7 @@ TEST_F(PollingLoop, TableRecordWithoutOldPathEndsEveryPassThroughTheGuardUntilIt
 
 TEST_F(PollingLoop, MissingComputerIdEndsEveryPassThroughTheGuard)
 {
-    storeTable(Value::array({ storedEntry("x.txt") }));
+    storeTable(Value::array({ tableRecord("18446744073709551012", path("x.txt"), "S-1") }));
     writeDomain("Ulmaridon.Korbanhold", Value::dictionary({ { "korbanholdPathKey", Value(home()) } }));
     firstPass();
     std::string reason = "*** -[__NSDictionaryM setObject:forKey:]: object cannot be nil (key: computerIDKey)";
@@ -86,7 +76,7 @@ TEST_F(PollingLoop, MissingComputerIdEndsEveryPassThroughTheGuard)
 
 TEST_F(PollingLoop, NullServerIdentifierInTheTableEndsEveryPassThroughTheGuard)
 {
-    Value broken = storedEntry("x.txt");
+    Value broken = tableRecord("18446744073709551012", path("x.txt"), "S-1");
     broken.setObject(Value::null(), "FileIDKey");
     storeTable(Value::array({ broken }));
     firstPass();

@@ -3,11 +3,7 @@
 #include "SyncFixture.h"
 
 using platform::Value;
-using synctest::entryWithPath;
-using synctest::keysOf;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 

@@ -3,10 +3,7 @@
 #include "SyncFixture.h"
 
 using platform::Value;
-using synctest::keysOf;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 

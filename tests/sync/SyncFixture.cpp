@@ -223,6 +223,13 @@ Value record(std::initializer_list<std::pair<std::string, std::string>> fields)
     return result;
 }
 
+Value tableRecord(const std::string& fileNumber, const std::string& path, const std::string& fileID)
+{
+    return record({ { "FileIDKey", fileID }, { "BaseSystemFileIDKey", fileNumber }, { "BaseSystemFilePathKey", path },
+        { "removeKey", "0" }, { "changeTypeKey", "Created" }, { "oldPathKey", "" }, { "isFilekey", "1" },
+        { "fileSizeKey", "4" }, { "computerIDKey", "C-7" }, { "filemodifiedDateKey", "2023-01-02 03:04:05" } });
+}
+
 std::vector<std::string> keysOf(const Value& record)
 {
     return record.keys();

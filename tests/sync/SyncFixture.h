@@ -114,6 +114,12 @@ private:
     std::string m_home;
 };
 
+using Lines = std::vector<std::string>;
+
+// A table entry as a pass stores it, of an item that was 4 KB and last modified 2023-01-02 03:04:05; the file
+// number is one no real file has.
+platform::Value tableRecord(const std::string& fileNumber, const std::string& path, const std::string& fileID);
+
 // A record with these text values (the order of the keys is not compared by ==).
 platform::Value record(std::initializer_list<std::pair<std::string, std::string>> fields);
 // The keys of a record in their insertion order.

@@ -5,11 +5,7 @@
 #include <thread>
 
 using platform::Value;
-using synctest::entryWithPath;
-using synctest::keysOf;
-using synctest::record;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 
@@ -39,15 +35,18 @@ TEST_F(SyncPass, StatusZeroReadsTheDomainsOnlyWritesNothingAndSchedulesTheNextPa
 {
     writeFile("new.txt", "n");
     raiseStatus("0");
+    // A table that would end any pass that read it.
+    storeTable(Value("not a list"));
     std::string before = fileWatcherDomainText();
     service->setChangedListArray(Value::array({ Value("left as it was") }));
 
     service->syncFileInTablenCloud();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
     EXPECT_TRUE(log.contains("syncFileInTablenCloud: 0"));
     EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
     EXPECT_EQ(changes(), Value::array({ Value("left as it was") }));
     EXPECT_EQ(fileWatcherDomainText(), before);
-    EXPECT_FALSE(storedTable().has_value());
+    EXPECT_EQ(storedTable(), Value("not a list"));
     EXPECT_EQ(clock.pendingCount(), 1u);
 }
 
@@ -160,6 +159,18 @@ TEST_F(SyncPass, EmptyChangeListWritesTheIdleStatusAndStartsNoBatchReport)
     EXPECT_EQ(readDomain("Ulmaridon.FileWatcherXpcService"), Value::dictionary({ { "FileWatcherStatusKey", Value("0") } }));
     settleBackgroundQueue();
     EXPECT_EQ(service->countOf("SyncFilesWithTableAndCloudProcess"), 0u);
+}
+
+TEST_F(SyncPass, IdleStatusIsWrittenThroughTheDefaultsThatSyncFileSet)
+{
+    // The end of a pass writes the status through `prefs`, which only SyncFile sets: a pass run on an object whose
+    // SyncFile was never called leaves the status as it found it.
+    raiseStatus("1");
+    service->syncFileInTablenCloud();
+    EXPECT_EQ(log.countStartingWith("Final List changed list"), 1u);
+    EXPECT_EQ(status(), Value("1"));
+    service->SyncFile();
+    EXPECT_EQ(status(), Value("0"));
 }
 
 TEST_F(SyncPass, ChangeListIsLoggedAndHandedToTheBatchReportAfterTheIdleStatus)

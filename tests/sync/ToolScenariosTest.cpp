@@ -5,10 +5,7 @@
 #include <sys/stat.h>
 
 using platform::Value;
-using synctest::entryWithPath;
-using synctest::keysOf;
-using synctest::text;
-using Lines = std::vector<std::string>;
+using namespace synctest;
 
 namespace {
 
