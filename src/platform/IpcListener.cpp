@@ -110,6 +110,17 @@ void Listener::stop()
         server->stop();
 }
 
+void Listener::announceTerminationImminent()
+{
+    std::shared_ptr<Server> server;
+    {
+        std::lock_guard lock(m_mutex);
+        server = m_server;
+    }
+    if (server)
+        server->announceTerminationImminent();
+}
+
 void Listener::accept(const std::shared_ptr<Connection>& connection)
 {
     auto accepted = std::make_shared<ListenerConnection>(connection);

@@ -120,6 +120,8 @@ public:
     [[noreturn]] void resume();
     // Stops accepting; connections already accepted go on.
     void stop();
+    // Delivers TerminationImminent to every connection accepted that is still open.
+    void announceTerminationImminent();
 
 private:
     void accept(const std::shared_ptr<Connection>& connection);
