@@ -1,6 +1,7 @@
 #include "rest/RestInterface.h"
 
 #include "RestTestSupport.h"
+#include "devserver/ServerProcess.h"
 #include "platform/HttpSession.h"
 #include "support/Descriptors.h"
 #include "support/Eventually.h"
@@ -89,61 +90,75 @@ protected:
         }
     }
 
+    // Makes `callCount` calls at once, after a first one that starts the HTTP thread and the server's workers, and
+    // expects every callback exactly once with status 0, no transfer left and every descriptor of this process
+    // closed again. Prints the time, the peak of transfers in flight and the descriptors.
+    void expectAllCallsAnsweredOnce(int callCount, const char* against)
+    {
+        testsupport::raiseDescriptorLimit(8192);
+        start(-1);
+        ASSERT_TRUE(counter.waitFor(1));
+        MainQueueThread::drain();
+        ASSERT_TRUE(noTransferLeft());
+        std::this_thread::sleep_for(100ms);
+        const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
+        platform::http::testhooks::resetPeakTransferCount();
+
+        std::atomic<bool> sampling { true };
+        std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
+        std::thread sampler([&] {
+            while (sampling) {
+                peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
+                std::this_thread::sleep_for(2ms);
+            }
+        });
+
+        const auto started = std::chrono::steady_clock::now();
+        for (int call = 0; call < callCount; ++call)
+            start(call);
+        const bool allCalledBack = counter.waitFor(callCount + 1);
+        const auto elapsed = std::chrono::steady_clock::now() - started;
+        sampling = false;
+        sampler.join();
+        MainQueueThread::drain();
+
+        EXPECT_TRUE(allCalledBack);
+        EXPECT_TRUE(noTransferLeft());
+        // A server in this process closes its side of each connection when it sees the client's end.
+        std::size_t descriptorsAfter = 0;
+        testsupport::eventually(
+            [&] { return (descriptorsAfter = testsupport::openDescriptorCount()) == descriptorsBefore; });
+        const auto peakTransfers = platform::http::testhooks::transferCounts().peak;
+        std::cout << "[ figures  ] " << callCount << " façade calls against " << against << " in "
+                  << std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()
+                  << " ms; peak transfers (connections) " << peakTransfers << "; descriptors before "
+                  << descriptorsBefore << ", peak " << peakDescriptors << ", after " << descriptorsAfter << std::endl;
+
+        const auto calls = counter.calls();
+        EXPECT_EQ(calls.size(), static_cast<std::size_t>(callCount + 1));
+        for (const auto& [call, count] : calls)
+            EXPECT_EQ(count, 1) << "call " << call;
+        EXPECT_EQ(counter.failures(), 0);
+        EXPECT_GT(peakTransfers, 1u) << "the calls were in flight together";
+        EXPECT_EQ(descriptorsAfter, descriptorsBefore);
+    }
+
     CallbackCounter counter;
 };
+
+constexpr int thousandCalls = 1000;
 
 }
 
 TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLeaveNoDescriptorOpen)
 {
-    constexpr int callCount = 1000;
-    testsupport::raiseDescriptorLimit(8192);
+    expectAllCallsAnsweredOnce(thousandCalls, "an in-test server");
+    EXPECT_EQ(server.received().size(), static_cast<std::size_t>(thousandCalls + 1));
+}
 
-    // A first call starts the HTTP thread and the server's workers, which live on.
-    start(-1);
-    ASSERT_TRUE(counter.waitFor(1));
-    MainQueueThread::drain();
-    ASSERT_TRUE(noTransferLeft());
-    std::this_thread::sleep_for(100ms);
-    const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
-    platform::http::testhooks::resetPeakTransferCount();
-
-    std::atomic<bool> sampling { true };
-    std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
-    std::thread sampler([&] {
-        while (sampling) {
-            peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
-            std::this_thread::sleep_for(2ms);
-        }
-    });
-
-    const auto started = std::chrono::steady_clock::now();
-    for (int call = 0; call < callCount; ++call)
-        start(call);
-    const bool allCalledBack = counter.waitFor(callCount + 1);
-    const auto elapsed = std::chrono::steady_clock::now() - started;
-    sampling = false;
-    sampler.join();
-    MainQueueThread::drain();
-
-    EXPECT_TRUE(allCalledBack);
-    EXPECT_TRUE(noTransferLeft());
-    // The server's side of each connection closes when it sees the client's end.
-    std::size_t descriptorsAfter = 0;
-    testsupport::eventually(
-        [&] { return (descriptorsAfter = testsupport::openDescriptorCount()) == descriptorsBefore; });
-    const auto peakTransfers = platform::http::testhooks::transferCounts().peak;
-    std::cout << "[ figures  ] " << callCount << " façade calls in "
-              << std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()
-              << " ms; peak transfers (connections) " << peakTransfers << "; descriptors before " << descriptorsBefore
-              << ", peak " << peakDescriptors << ", after " << descriptorsAfter << std::endl;
-
-    const auto calls = counter.calls();
-    EXPECT_EQ(calls.size(), static_cast<std::size_t>(callCount + 1));
-    for (const auto& [call, count] : calls)
-        EXPECT_EQ(count, 1) << "call " << call;
-    EXPECT_EQ(counter.failures(), 0);
-    EXPECT_EQ(server.received().size(), static_cast<std::size_t>(callCount + 1));
-    EXPECT_GT(peakTransfers, 1u) << "the calls were in flight together";
-    EXPECT_EQ(descriptorsAfter, descriptorsBefore);
+TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceAgainstTheDevServerEachCallBackExactlyOnce)
+{
+    devservertest::ServerProcess devserver;
+    const auto pointAtDevserver = serverAt(devserver.url("/"));
+    expectAllCallsAnsweredOnce(thousandCalls, "korbanhold-devserver");
 }

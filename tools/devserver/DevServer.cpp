@@ -101,7 +101,9 @@ int DevServer::start()
     m_http->new_task_queue = [] { return new httplib::ThreadPool(requestThreads); };
     // cpp-httplib's default options add SO_REUSEPORT, which would let a second server share a port in use
     // instead of refusing it.
-    m_http->set_socket_options([](socket_t socket) {
+    auto listener = std::make_shared<socket_t>(INVALID_SOCKET);
+    m_http->set_socket_options([listener](socket_t socket) {
+        *listener = socket;
         const int yes = 1;
         setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     });
@@ -137,6 +139,10 @@ int DevServer::start()
     if (m_port <= 0)
         throw std::runtime_error("cannot listen on " + std::string(host) + ":" + std::to_string(m_options.port));
 
+    // cpp-httplib listens with a backlog of 5, compiled in: a burst of clients (the REST client's tests put a thousand
+    // requests in flight at once) would overflow the accept queue, and the connections dropped from it would wait
+    // out their time-outs. Listening again on the bound socket raises the backlog.
+    ::listen(*listener, 4096);
     m_listener = std::thread([this] { m_http->listen_after_bind(); });
     // stop() only reaches a server that has started listening.
     while (!m_http->is_running())
