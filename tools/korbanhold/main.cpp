@@ -2,6 +2,7 @@
 
 #include "Command.h"
 #include "DefaultsCommand.h"
+#include "SyncCommand.h"
 
 #include "platform/Log.h"
 
@@ -16,5 +17,6 @@ int main(int argc, char** argv)
     CLI::App app("The command line of the Korbanhold sync service.", "korbanhold");
     app.require_subcommand(1);
     korbanhold::addDefaultsCommand(app);
+    korbanhold::addSyncCommand(app);
     return korbanhold::runCommandLine(app, argc, argv);
 }

@@ -1,0 +1,12 @@
+#include "service/FileHandle.h"
+
+namespace service {
+
+FileHandle::FileHandle(platform::ipc::OwnedFd fd)
+    : m_fd(std::make_shared<const platform::ipc::OwnedFd>(std::move(fd)))
+{
+}
+
+std::string FileHandle::description() const { return "<NSFileHandle: fd " + std::to_string(fileDescriptor()) + ">"; }
+
+}

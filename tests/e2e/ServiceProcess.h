@@ -1,0 +1,63 @@
+#pragma once
+
+// The sync service as a real process for tests: korbanhold-sync-service started with its runtime and preferences
+// folders in a temporary folder and its log written to a file there, so that a test can read the log while the
+// service runs; and `korbanhold` run against the same folders.
+
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace e2etest {
+
+class ServiceFolders {
+public:
+    ServiceFolders();
+
+    const std::filesystem::path& runtimeFolder() const { return m_runtime; }
+    std::filesystem::path socketPath() const;
+    std::filesystem::path preferencesFolder() const { return m_preferences; }
+    std::filesystem::path logPath() const { return m_root / "service.log"; }
+    // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
+    testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
+
+    // The service's log so far.
+    std::string log() const;
+    // Waits until the log holds `text` `times` times; false when it does not within the time limit.
+    bool logEventuallyHolds(const std::string& text, std::size_t times = 1) const;
+    std::size_t logCount(const std::string& text) const;
+    // The file watcher's domain as its file holds it, or "" when there is none.
+    std::string fileWatcherDomain() const;
+
+    // Runs `korbanhold sync` with `arguments`.
+    testsupport::ProcessResult sync(const std::vector<std::string>& arguments = {}) const;
+
+private:
+    testsupport::TempDir m_root;
+    std::filesystem::path m_runtime;
+    std::filesystem::path m_preferences;
+};
+
+class ServiceProcess {
+public:
+    // Starts the service acting as OS version `appKitVersion` (absent: the current one) and waits for its socket.
+    // `program` and `arguments` put a launcher in front of it (systemd-socket-activate), when given.
+    ServiceProcess(const ServiceFolders& folders, const std::optional<std::string>& appKitVersion,
+        const std::vector<std::string>& launcher = {});
+
+    bool listening() const { return m_listening; }
+    // Sends SIGTERM and waits for the service to end.
+    testsupport::ProcessResult stop();
+
+private:
+    testsupport::Process m_process;
+    bool m_listening = false;
+};
+
+std::filesystem::path serviceProgram();
+
+}

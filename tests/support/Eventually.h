@@ -1,0 +1,23 @@
+#pragma once
+
+// Waits for something another thread or process brings about: polls `condition` until it holds or `timeout` has
+// passed, and says which. Tests assert on the answer, so a condition that never comes fails instead of hanging.
+
+#include <chrono>
+#include <thread>
+
+namespace testsupport {
+
+template<typename Condition>
+bool eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(10))
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return true;
+}
+
+}

@@ -1,0 +1,122 @@
+#include "SyncCommand.h"
+
+#include "Command.h"
+
+#include "platform/IpcListener.h"
+#include "platform/IpcServiceSocket.h"
+#include "platform/IpcSocket.h"
+#include "platform/IpcWire.h"
+#include "platform/PreferenceJson.h"
+#include "service/SyncFilesXpcServiceProtocol.h"
+#include "service/XPCConnection.h"
+#include "service/XPCParse.h"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <poll.h>
+
+namespace korbanhold {
+
+namespace {
+
+using platform::ipc::Object;
+
+struct SyncArguments {
+    std::string message;
+    std::string debugLog;
+    CLI::Option* messageOption = nullptr;
+    CLI::Option* debugLogOption = nullptr;
+};
+
+Object messageFromJson(const std::string& text)
+{
+    platform::JsonReadOptions options;
+    options.allowFragments = true;
+    std::optional<Object> message;
+    try {
+        message = service::XPCParse::newXPCObject(service::Object(platform::readPreferenceJson(text, options)));
+    } catch (const platform::JsonError& error) {
+        failCommand(exitUsage, "Not valid JSON: " + error.reason());
+    }
+    if (!message)
+        failCommand(exitUsage, "The message cannot be sent: null is no message");
+    if (message->type() == platform::ipc::Type::Dictionary)
+        return std::move(*message);
+    Object wrapped = Object::dictionary();
+    wrapped.set(service::XPCConnection::contentsKey, std::move(*message));
+    return wrapped;
+}
+
+Object messageToSend(const SyncArguments& arguments)
+{
+    if (arguments.messageOption->count() > 0)
+        return messageFromJson(arguments.message);
+    if (arguments.debugLogOption->count() > 0) {
+        Object message = Object::dictionary();
+        message.set(service::XPCConnection::debugLogKey, Object::string(arguments.debugLog));
+        return message;
+    }
+    return platform::ipc::makeInvocation("SyncFile");
+}
+
+[[noreturn]] void unreachable(const std::string& where, int error)
+{
+    failCommand(exitFailure, "The sync service cannot be reached at " + where + ": " + std::strerror(error));
+}
+
+// Writes the whole frame, waiting while the socket's buffer is full.
+void sendFrame(int socket, const platform::ipc::Frame& frame, const std::string& where)
+{
+    std::span<const std::uint8_t> rest(frame.bytes);
+    std::span<const int> descriptors(frame.descriptors);
+    while (!rest.empty()) {
+        const long sent = platform::ipc::sendWithDescriptors(socket, rest, descriptors);
+        if (sent == -EAGAIN || sent == -EINTR) {
+            pollfd writable { socket, POLLOUT, 0 };
+            ::poll(&writable, 1, -1);
+            continue;
+        }
+        if (sent < 0)
+            unreachable(where, static_cast<int>(-sent));
+        rest = rest.subspan(static_cast<std::size_t>(sent));
+        descriptors = {};
+    }
+}
+
+void send(const Object& message)
+{
+    std::string where;
+    try {
+        where = platform::ipc::serviceSocketPath(service::syncServiceName).string();
+    } catch (const platform::ipc::ListenError& error) {
+        failCommand(exitFailure, std::string("The sync service cannot be reached: ") + error.what());
+    }
+    platform::ipc::Frame frame;
+    try {
+        frame = platform::ipc::encodeFrame(message);
+    } catch (const platform::ipc::WireError& error) {
+        failCommand(exitUsage, std::string("The message cannot be sent: ") + error.what());
+    }
+    int error = 0;
+    auto socket = platform::ipc::connectUnixSocket(where, error);
+    if (error != 0)
+        unreachable(where, -error);
+    sendFrame(socket.get(), frame, where);
+}
+
+}
+
+void addSyncCommand(CLI::App& app)
+{
+    auto arguments = std::make_shared<SyncArguments>();
+    auto* command = app.add_subcommand("sync", "Ask the sync service to sync (calls SyncFile)");
+    arguments->messageOption = command->add_option("--message", arguments->message,
+        "Send this JSON instead (a dictionary, or any value as { \"contents\": VALUE })");
+    arguments->debugLogOption = command->add_option("--debug-log", arguments->debugLog,
+        "Send { \"XPCDebugLog\": TEXT }, which the service only logs");
+    arguments->messageOption->excludes(arguments->debugLogOption);
+    command->callback([arguments] { send(messageToSend(*arguments)); });
+}
+
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+// `korbanhold sync`: asks the running sync service to sync, as the host application does.
+//
+//   korbanhold sync                     calls SyncFile (an invocation message; on the OS 10.7 path any message
+//                                       starts a pass, so this one does too)
+//   korbanhold sync --message JSON      sends JSON instead: a dictionary as it is, any other value as
+//                                       { "contents": VALUE }, as the connection wrapper sends it
+//   korbanhold sync --debug-log TEXT    sends { "XPCDebugLog": TEXT }, which the service only writes to its log
+//
+// The service is found at its socket in the runtime folder ($KORBANHOLD_RUNTIME_DIR, else
+// $XDG_RUNTIME_DIR/korbanhold). Exit status: 0 once the message is sent, 1 when the service cannot be reached, 2 on
+// a usage error.
+
+#include <CLI/CLI.hpp>
+
+namespace korbanhold {
+
+void addSyncCommand(CLI::App& app);
+
+}
