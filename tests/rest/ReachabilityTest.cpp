@@ -24,8 +24,8 @@ using platform::PinnedReachabilityFlags;
 namespace {
 
 // Every combination of the six flags the readings look at.
-constexpr ReachabilityFlags readFlags[] = { Reachable, ConnectionRequired, ConnectionOnTraffic, InterventionRequired,
-    ConnectionOnDemand, IsDirect };
+constexpr ReachabilityFlags readFlags[]
+    = { Reachable, ConnectionRequired, ConnectionOnTraffic, InterventionRequired, ConnectionOnDemand, IsDirect };
 
 std::vector<ReachabilityFlags> everyCombination()
 {
@@ -66,8 +66,8 @@ std::unique_ptr<Reachability> reachabilityFor(const char* ipv4)
 }
 
 // Calls `operation` on an object without a handle and expects the assertion handler's log line and exception.
-void expectAssertionFailure(const std::function<void(const Reachability&)>& operation, const std::string& reason,
-    const std::string& logLine)
+void expectAssertionFailure(
+    const std::function<void(const Reachability&)>& operation, const std::string& reason, const std::string& logLine)
 {
     testsupport::LogCapture log;
     Reachability withoutHandle;
@@ -120,12 +120,12 @@ TEST(ReachabilityFlagsReading, NoFlagsAtAllIsNotReachable)
 
 TEST(ReachabilityFlagsReading, ConnectionOnDemandOrOnTrafficWithoutInterventionMakesARequiredConnectionReachable)
 {
-    EXPECT_EQ(Reachability::networkStatusForFlags(Reachable | ConnectionRequired | ConnectionOnDemand),
-        ReachableViaNetwork);
-    EXPECT_EQ(Reachability::networkStatusForFlags(Reachable | ConnectionRequired | ConnectionOnTraffic),
-        ReachableViaNetwork);
-    EXPECT_EQ(Reachability::networkStatusForFlags(
-                  Reachable | ConnectionRequired | ConnectionOnDemand | InterventionRequired),
+    EXPECT_EQ(
+        Reachability::networkStatusForFlags(Reachable | ConnectionRequired | ConnectionOnDemand), ReachableViaNetwork);
+    EXPECT_EQ(
+        Reachability::networkStatusForFlags(Reachable | ConnectionRequired | ConnectionOnTraffic), ReachableViaNetwork);
+    EXPECT_EQ(
+        Reachability::networkStatusForFlags(Reachable | ConnectionRequired | ConnectionOnDemand | InterventionRequired),
         NotReachable);
 }
 
@@ -247,8 +247,8 @@ TEST(Reachability, FactoriesAnswerNothingWhenNoHandleCanBeMade)
 TEST(Reachability, AHostNameIsReadThroughItsAddress)
 {
     EXPECT_EQ(Reachability::reachabilityWithHostName("localhost")->currentReachabilityStatus(), ReachableViaNetwork);
-    EXPECT_EQ(Reachability::reachabilityWithHostName("no-such-host.invalid")->currentReachabilityStatus(),
-        NotReachable);
+    EXPECT_EQ(
+        Reachability::reachabilityWithHostName("no-such-host.invalid")->currentReachabilityStatus(), NotReachable);
 }
 
 TEST(Reachability, ConnectionRequiredWithoutAHandleFailsItsAssertion)
@@ -340,8 +340,8 @@ TEST(ReachabilityInAFreshNetworkNamespace, TheNotifierPostsTheChangeNotification
     std::atomic<int> posts { 0 };
     std::atomic<bool> objectWasTheWatcher { false };
     auto& center = platform::NotificationCenter::defaultCenter();
-    const auto token = center.addObserver(kNetworkReachabilityChangedNotification, nullptr,
-        [&](const platform::Notification& notification) {
+    const auto token = center.addObserver(
+        kNetworkReachabilityChangedNotification, nullptr, [&](const platform::Notification& notification) {
             const auto* object = std::any_cast<Reachability*>(&notification.object);
             objectWasTheWatcher = object && *object == internet.get();
             ++posts;

@@ -195,6 +195,14 @@ Process::~Process()
     closeIfOpen(m_error);
 }
 
+std::string Process::standardOutputSoFar() const { return readFromStart(m_output); }
+
+bool Process::hasEnded() const
+{
+    pollfd ended { m_pidDescriptor, POLLIN, 0 };
+    return ::poll(&ended, 1, 0) > 0;
+}
+
 ProcessResult Process::wait()
 {
     ProcessResult result;

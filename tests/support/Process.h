@@ -58,6 +58,9 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return m_pid; }
+    // While the child runs: what it has written on standard output so far, and whether it has ended.
+    std::string standardOutputSoFar() const;
+    bool hasEnded() const;
     // Waits until the child ends (or its time limit has passed, then kills it) and collects its output. Call once.
     ProcessResult wait();
 
