@@ -94,7 +94,7 @@ void SyncFilesXpcService::loadTables()
         m_userDefaultsArray = storedTable.isArray() ? WatchedTable::ofRecords(storedTable) : WatchedTable();
         throw;
     }
-    m_userDefaultsArray = WatchedTable(m_tableIndex.table());
+    m_userDefaultsArray.reload(m_tableIndex.table());
 
     // Marking each record through the first record equal to it gives every record its own marked copy: the search
     // always meets an unmarked record equal to it, or its own marked form.

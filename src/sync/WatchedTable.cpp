@@ -58,10 +58,18 @@ WatchedTable::WatchedTable()
 }
 
 WatchedTable::WatchedTable(std::shared_ptr<const StoredTable> stored)
-    : m_stored(std::move(stored))
-    , m_entries(m_stored->entries)
 {
+    reload(std::move(stored));
+}
+
+void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
+{
+    m_entries.assign(stored->entries.begin(), stored->entries.end());
+    m_stored = std::move(stored);
+    m_built.clear();
     m_positions.reset(m_entries.size());
+    m_pathIndexBuilt = false;
+    m_slotsByPath.clear();
 }
 
 WatchedTable WatchedTable::ofRecords(Value records)

@@ -51,6 +51,9 @@ class WatchedTable {
 public:
     WatchedTable();
     explicit WatchedTable(std::shared_ptr<const StoredTable> stored);
+    // Starts again from `stored`, keeping the storage of the entries (a million entries' worth is tens of MB that
+    // would otherwise be allocated and touched afresh by every pass).
+    void reload(std::shared_ptr<const StoredTable> stored);
     // The records as they are (all Built): the table before normalisation, or a table given through the property.
     static WatchedTable ofRecords(platform::Value records);
 
