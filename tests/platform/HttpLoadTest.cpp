@@ -1,47 +1,22 @@
 #include "platform/HttpSession.h"
 
 #include "HttpTestServers.h"
-
-#include <sys/resource.h>
+#include "support/Descriptors.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <filesystem>
 #include <iostream>
 #include <map>
 
 using namespace platform::http;
 using namespace std::chrono_literals;
 
-namespace {
-
-std::size_t openDescriptors()
-{
-    std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
-}
-
-// Enough descriptors for both ends of every connection, the test server's included.
-void raiseDescriptorLimit(rlim_t wanted)
-{
-    rlimit limit {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    if (limit.rlim_cur < wanted) {
-        limit.rlim_cur = std::min(wanted, limit.rlim_max);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
-}
-
-}
-
 TEST(HttpLoad, AThousandRequestsInFlightEachReportOnceAndLeaveNoDescriptorOpen)
 {
     constexpr int requestCount = 1000;
-    raiseDescriptorLimit(8192);
+    testsupport::raiseDescriptorLimit(8192);
 
     httptest::LoopbackHttpServer server;
     server.server.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
@@ -88,14 +63,14 @@ TEST(HttpLoad, AThousandRequestsInFlightEachReportOnceAndLeaveNoDescriptorOpen)
     ASSERT_TRUE(waitForReports(1));
     ASSERT_EQ(waitForNoTransfers(), 0u);
     std::this_thread::sleep_for(100ms);
-    const std::size_t descriptorsBefore = openDescriptors();
+    const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
     testhooks::resetPeakTransferCount();
 
     std::atomic<bool> sampling { true };
     std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
     std::thread sampler([&] {
         while (sampling) {
-            peakDescriptors = std::max(peakDescriptors.load(), openDescriptors());
+            peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
             std::this_thread::sleep_for(2ms);
         }
     });
@@ -111,10 +86,10 @@ TEST(HttpLoad, AThousandRequestsInFlightEachReportOnceAndLeaveNoDescriptorOpen)
 
     EXPECT_EQ(waitForNoTransfers(), 0u);
     // The server's side of each connection closes when it sees the client's end.
-    std::size_t descriptorsAfter = openDescriptors();
+    std::size_t descriptorsAfter = testsupport::openDescriptorCount();
     for (int waited = 0; descriptorsAfter != descriptorsBefore && waited < 500; ++waited) {
         std::this_thread::sleep_for(10ms);
-        descriptorsAfter = openDescriptors();
+        descriptorsAfter = testsupport::openDescriptorCount();
     }
 
     const auto peak = testhooks::transferCounts().peak;
