@@ -64,7 +64,7 @@ void apply(std::set<std::string>& paths, const Change& change)
 
 TEST(ConcurrentClients, EightClientsPostingBatchesLeaveAConsistentTable)
 {
-    ServerProcess server;
+    DevServerProcess server;
     std::atomic<int> writersLeft { clients };
     std::vector<std::vector<std::string>> statuses(clients);
     std::vector<std::set<std::string>> sharedIds(clients);

@@ -28,12 +28,12 @@ Value batch(const std::vector<Change>& changes)
     return *messages::QueryParser::parseSyncFilesInTableAndCloudQuery(records).find("syncData");
 }
 
-HttpResult postBatch(const ServerProcess& server, const std::vector<Change>& changes)
+HttpResult postBatch(const DevServerProcess& server, const std::vector<Change>& changes)
 {
     return postJson(server.methodUrl(batchMethod), batch(changes));
 }
 
-std::map<std::string, long long> fileTable(const ServerProcess& server, std::string_view computerId)
+std::map<std::string, long long> fileTable(const DevServerProcess& server, std::string_view computerId)
 {
     std::map<std::string, long long> table;
     const auto rows = get(server.adminUrl("files?computer=" + std::string(computerId))).json();

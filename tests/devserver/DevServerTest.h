@@ -3,8 +3,8 @@
 // The fixture of the tests that talk to one server process: the process lives as long as the test suite, and
 // every test starts from an empty server (the admin interface's reset).
 
-#include "devserver/HttpClient.h"
-#include "devserver/ServerProcess.h"
+#include "support/DevServerProcess.h"
+#include "support/HttpClient.h"
 #include "devserver/MethodTable.h"
 #include "messages/Operations.h"
 
@@ -17,21 +17,23 @@
 
 namespace devservertest {
 
+using namespace testsupport;
+
 inline constexpr std::string_view batchMethod = "SyncFileChanges.svc/SyncFilesInTableAndCloud";
 
 class DevServerTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { server = std::make_unique<ServerProcess>(); }
+    static void SetUpTestSuite() { server = std::make_unique<DevServerProcess>(); }
     static void TearDownTestSuite() { server.reset(); }
     void SetUp() override { ASSERT_EQ(post(server->adminUrl("reset"), "").status, 200); }
 
-    static inline std::unique_ptr<ServerProcess> server;
+    static inline std::unique_ptr<DevServerProcess> server;
 };
 
 // Posts a request record to its operation's method, encoded as the client encodes it (not for the batch report,
 // whose body is only a part of what its encoder gives).
 template<typename Operation>
-HttpResult call(const ServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
+HttpResult call(const DevServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
 {
     return postJson(server.methodUrl(devserver::methodPathOf(operation.path)), operation.encoder(query));
 }
@@ -39,7 +41,7 @@ HttpResult call(const ServerProcess& server, const Operation& operation, const t
 // Posts a request record and decodes the reply with the client's decoder of that method.
 template<typename Operation>
 typename Operation::ResponseRecord ask(
-    const ServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
+    const DevServerProcess& server, const Operation& operation, const typename Operation::QueryRecord& query)
 {
     const auto reply = call(server, operation, query);
     EXPECT_EQ(reply.status, 200) << reply.body;
@@ -67,10 +69,10 @@ struct Change {
 
 // The body of a batch report as the client sends it: the "syncData" array of the encoded records.
 platform::Value batch(const std::vector<Change>& changes);
-HttpResult postBatch(const ServerProcess& server, const std::vector<Change>& changes);
+HttpResult postBatch(const DevServerProcess& server, const std::vector<Change>& changes);
 
 // The file table of a computer on the server: full path to file id.
-std::map<std::string, long long> fileTable(const ServerProcess& server, std::string_view computerId);
+std::map<std::string, long long> fileTable(const DevServerProcess& server, std::string_view computerId);
 
 // The "ReturnStatus" texts of a batch reply, in order.
 std::vector<std::string> returnStatuses(const platform::Value& reply);

@@ -136,7 +136,7 @@ TEST_F(Faults, DeletingTheFaultsClearsTheScript)
 
 TEST(FaultsOnTheCommandLine, AreAppliedLikeThoseOfTheAdminInterface)
 {
-    ServerProcess server({ "--db", ":memory:", "--fault", "kind=not-json,path=" + std::string(batchMethod) + ",count=2",
+    DevServerProcess server({ "--db", ":memory:", "--fault", "kind=not-json,path=" + std::string(batchMethod) + ",count=2",
         "--fault", "kind=error-html" });
     const auto url = server.methodUrl(batchMethod);
     EXPECT_FALSE(post(url, "[]").isJson());

@@ -86,7 +86,7 @@ TEST_F(MalformedRequests, ANullOldPathIsAcceptedAsTheClientSendsIt)
 
 TEST(OversizedRequests, ABodyOverTheLimitGetsHttp413AndARowInTheLog)
 {
-    ServerProcess server({ "--db", ":memory:", "--max-body-bytes", "1000" });
+    DevServerProcess server({ "--db", ":memory:", "--max-body-bytes", "1000" });
     const auto reply = post(server.methodUrl(batchMethod), "[" + std::string(2000, ' ') + "]");
     EXPECT_EQ(reply.status, 413);
     EXPECT_NE(reply.json().find("error")->find("Message")->string().find("larger than the limit of 1000 bytes"),

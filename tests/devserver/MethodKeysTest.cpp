@@ -28,7 +28,7 @@ std::set<std::string> keysIn(const Value& object)
 
 // The body the client sends for an empty request record, and the keys its decoder reads from the reply.
 template<typename Operation>
-void expectAnsweredWithItsKeys(const ServerProcess& server, const Operation& operation)
+void expectAnsweredWithItsKeys(const DevServerProcess& server, const Operation& operation)
 {
     using Query = typename Operation::QueryRecord;
     using Response = typename Operation::ResponseRecord;

@@ -15,7 +15,7 @@ using platform::Value;
 
 TEST(ServerProgram, PrintsExactlyOneListeningLineWithTheServiceBaseUrl)
 {
-    ServerProcess server;
+    DevServerProcess server;
     EXPECT_TRUE(std::regex_match(
         server.listeningLine(), std::regex("listening on http://127\\.0\\.0\\.1:[0-9]+/KorbanholdRestService/")))
         << server.listeningLine();
@@ -25,13 +25,13 @@ TEST(ServerProgram, PrintsExactlyOneListeningLineWithTheServiceBaseUrl)
 
 TEST(ServerProgram, EndsCleanlyOnSigterm)
 {
-    ServerProcess server;
+    DevServerProcess server;
     EXPECT_EQ(server.stop(SIGTERM).exitCode, 0);
 }
 
 TEST(ServerProgram, EndsCleanlyOnSigintEvenWithARequestHeldBack)
 {
-    ServerProcess server({ "--db", ":memory:", "--fault", "kind=withhold" });
+    DevServerProcess server({ "--db", ":memory:", "--fault", "kind=withhold" });
     std::thread client([&] { send({ .url = server.methodUrl(batchMethod), .body = "[]" }); });
     // Give the request time to arrive and be held back.
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -41,7 +41,7 @@ TEST(ServerProgram, EndsCleanlyOnSigintEvenWithARequestHeldBack)
 
 TEST(ServerProgram, RefusesAPortThatIsTaken)
 {
-    ServerProcess first;
+    DevServerProcess first;
     const auto result = runServerProgram({ "--db", ":memory:", "--port", std::to_string(first.port()) });
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_NE(result.standardError.find("cannot listen on 127.0.0.1:" + std::to_string(first.port())), std::string::npos)
@@ -54,7 +54,7 @@ TEST(ServerProgram, KeepsItsDatabaseUnderXdgStateHomeByDefault)
     {
         testsupport::ProcessOptions options;
         options.environment = { { "XDG_STATE_HOME", state.string() } };
-        ServerProcess server({}, options);
+        DevServerProcess server({}, options);
         postBatch(server, { { "Created", "h\\a" } });
     }
     EXPECT_TRUE(std::filesystem::exists(state / "korbanhold/devserver.sqlite"));
@@ -83,12 +83,12 @@ TEST_F(Persistence, TheFileTablesAndTheRequestLogSurviveARestartWithTheSameDatab
 {
     std::map<std::string, long long> before;
     {
-        ServerProcess server({ "--db", database });
+        DevServerProcess server({ "--db", database });
         postBatch(server, { { "Created", "h\\a" }, { "Created", "h\\a\\x.txt" } });
         before = fileTable(server, "7");
         ASSERT_EQ(server.stop(SIGTERM).exitCode, 0);
     }
-    ServerProcess server({ "--db", database });
+    DevServerProcess server({ "--db", database });
     EXPECT_EQ(fileTable(server, "7"), before);
     EXPECT_EQ(get(server.adminUrl("requests")).json().count(), 1u);
     // Ids go on from where they were.
@@ -99,7 +99,7 @@ TEST_F(Persistence, TheFileTablesAndTheRequestLogSurviveARestartWithTheSameDatab
 TEST_F(Persistence, TheDatabaseIsInWalMode)
 {
     {
-        ServerProcess server({ "--db", database });
+        DevServerProcess server({ "--db", database });
     }
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);

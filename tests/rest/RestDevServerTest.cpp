@@ -4,7 +4,7 @@
 #include "rest/RestInterface.h"
 
 #include "RestTestSupport.h"
-#include "devserver/ServerProcess.h"
+#include "support/DevServerProcess.h"
 
 using namespace resttest;
 using namespace rest;
@@ -40,7 +40,7 @@ protected:
         return computer.computerId && computer.computerId->isString() ? computer.computerId->string() : "";
     }
 
-    devservertest::ServerProcess devserver;
+    testsupport::DevServerProcess devserver;
     testsupport::ScopedEnvironment pointAtDevserver = serverAt(devserver.url("/"));
 };
 

@@ -1,7 +1,7 @@
 #include "rest/RestInterface.h"
 
 #include "RestTestSupport.h"
-#include "devserver/ServerProcess.h"
+#include "support/DevServerProcess.h"
 #include "platform/HttpSession.h"
 #include "support/Descriptors.h"
 #include "support/Eventually.h"
@@ -158,7 +158,7 @@ TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceEachCallBackExactlyOnceAndLea
 
 TEST_F(RestFacadeLoad, AThousandCallsInFlightAtOnceAgainstTheDevServerEachCallBackExactlyOnce)
 {
-    devservertest::ServerProcess devserver;
+    testsupport::DevServerProcess devserver;
     const auto pointAtDevserver = serverAt(devserver.url("/"));
     expectAllCallsAnsweredOnce(thousandCalls, "korbanhold-devserver");
 }

@@ -1,4 +1,4 @@
-#include "devserver/ServerProcess.h"
+#include "support/DevServerProcess.h"
 
 #include <chrono>
 #include <csignal>
@@ -7,17 +7,17 @@
 #include <stdexcept>
 #include <thread>
 
-namespace devservertest {
+namespace testsupport {
 
 namespace {
 
-const std::filesystem::path program = testsupport::builtProgram("tools/korbanhold-devserver");
+const std::filesystem::path program = builtProgram("tools/korbanhold-devserver");
 
 // A server lives as long as a test suite; sanitizer builds start slowly.
 constexpr auto serverLifetime = std::chrono::minutes(20);
 constexpr auto startLimit = std::chrono::seconds(60);
 
-testsupport::ProcessOptions withLifetime(testsupport::ProcessOptions options)
+ProcessOptions withLifetime(ProcessOptions options)
 {
     options.timeout = serverLifetime;
     return options;
@@ -31,7 +31,7 @@ std::vector<std::string> onAnyPort(std::vector<std::string> arguments)
 
 }
 
-ServerProcess::ServerProcess(std::vector<std::string> arguments, testsupport::ProcessOptions options)
+DevServerProcess::DevServerProcess(std::vector<std::string> arguments, ProcessOptions options)
     : m_process(program, onAnyPort(std::move(arguments)), withLifetime(std::move(options)))
 {
     const auto deadline = std::chrono::steady_clock::now() + startLimit;
@@ -47,13 +47,13 @@ ServerProcess::ServerProcess(std::vector<std::string> arguments, testsupport::Pr
     m_port = std::atoi(m_line.c_str() + m_line.rfind(':') + 1);
 }
 
-ServerProcess::~ServerProcess()
+DevServerProcess::~DevServerProcess()
 {
     if (m_running)
         stop(SIGTERM);
 }
 
-testsupport::ProcessResult ServerProcess::stop(int signal)
+ProcessResult DevServerProcess::stop(int signal)
 {
     ::kill(m_process.pid(), signal);
     m_running = false;
@@ -63,21 +63,21 @@ testsupport::ProcessResult ServerProcess::stop(int signal)
     return result;
 }
 
-std::string ServerProcess::url(std::string_view path) const
+std::string DevServerProcess::url(std::string_view path) const
 {
     return "http://127.0.0.1:" + std::to_string(m_port) + std::string(path);
 }
 
-std::string ServerProcess::methodUrl(std::string_view methodPath) const
+std::string DevServerProcess::methodUrl(std::string_view methodPath) const
 {
     return url("/KorbanholdRestService/" + std::string(methodPath));
 }
 
-std::string ServerProcess::adminUrl(std::string_view route) const { return url("/devserver/" + std::string(route)); }
+std::string DevServerProcess::adminUrl(std::string_view route) const { return url("/devserver/" + std::string(route)); }
 
-testsupport::ProcessResult runServerProgram(const std::vector<std::string>& arguments)
+ProcessResult runServerProgram(const std::vector<std::string>& arguments)
 {
-    return testsupport::runProcess(program, arguments);
+    return runProcess(program, arguments);
 }
 
 }

@@ -1,10 +1,10 @@
-#include "devserver/HttpClient.h"
+#include "support/HttpClient.h"
 
 #include "platform/Json.h"
 
 #include <gtest/gtest.h>
 
-namespace devservertest {
+namespace testsupport {
 
 namespace {
 

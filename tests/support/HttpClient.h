@@ -10,7 +10,7 @@
 
 #include <curl/curl.h>
 
-namespace devservertest {
+namespace testsupport {
 
 struct HttpResult {
     CURLcode code = CURLE_OK;
