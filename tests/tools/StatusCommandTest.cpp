@@ -10,7 +10,6 @@
 
 #include <sys/stat.h>
 
-using platform::UserDefaults;
 using platform::Value;
 using testsupport::ProcessOptions;
 using testsupport::ProcessResult;
@@ -46,7 +45,7 @@ protected:
 
     void store(const std::string& domain, const Value& contents) const
     {
-        UserDefaults("test", preferences.path()).setPersistentDomain(contents, domain);
+        platform::UserDefaults("test", preferences.path()).setPersistentDomain(contents, domain);
     }
 
     std::string fileOf(const std::string& domain) const { return (preferences.path() / (domain + ".json")).string(); }
