@@ -209,6 +209,22 @@ TEST_F(SharedFiles, ASharedRenameSendsBackslashPathsBelowTheSyncedFolderAndChang
     EXPECT_EQ(text(sent, "StrXMLFileID"), fileNumber("Team (Shared)/new.txt"));
 }
 
+TEST_F(SharedFiles, ASharedRenameSendsTheFileNumberAsAJsonNumber)
+{
+    writeFile("Team (Shared)/new.txt", "alpha");
+    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
+        itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "1") }));
+    firstPass();
+    ASSERT_TRUE(waitForReplies(1));
+
+    auto bodies = bodiesOf(transferPath);
+    ASSERT_EQ(bodies.size(), 1u);
+    const Value* number = bodies[0].find("BaseSystemFileID");
+    ASSERT_NE(number, nullptr);
+    ASSERT_TRUE(number->isNumber()) << number->description();
+    EXPECT_EQ(std::to_string(number->number().uint64Value()), fileNumber("Team (Shared)/new.txt"));
+}
+
 TEST_F(SharedFiles, ASharedRenameStoresTheListBeforeTheRequestAndAgainWhenTheServerAccepts)
 {
     writeFile("Team (Shared)/new.txt", "alpha");
