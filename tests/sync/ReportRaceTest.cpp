@@ -20,11 +20,7 @@ constexpr const char* batchPath = "SyncFileChanges.svc/SyncFilesInTableAndCloud"
 
 class ReportRace : public ServerFixture {
 protected:
-    ReportRace()
-    {
-        makeFolder("Team (Shared)");
-        storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)") }));
-    }
+    ReportRace() { makeActiveSharedFolder("Team (Shared)"); }
 
     // The files of `list` whose entries name an item of the shared folder, each once.
     std::set<std::string> sharedNames(const Value& list) const

@@ -85,6 +85,12 @@ Value ServerFixture::sharedFolderRecord(const std::string& relative) const
         { "UserComputerMapID", "M-1" }, { "Blocked", "0" }, { "MyFile", "1" }, { "IsFile", "False" } });
 }
 
+void ServerFixture::makeActiveSharedFolder(const std::string& relative) const
+{
+    makeFolder(relative);
+    storeSharedList(Value::array({ sharedFolderRecord(relative) }));
+}
+
 std::optional<Value> ServerFixture::storedSharedList() const
 {
     auto domain = readDomain("Ulmaridon.SharedFilesXpcService");
