@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 
 static std::vector<OwnedFd> announcedDescriptors(const uint8_t* data, size_t size)
 {

@@ -29,7 +29,6 @@ namespace platform {
 namespace {
 
 using posix::FolderNames;
-using posix::UniqueFd;
 
 // The items of one folder in name order, and the listings of the folders among them.
 struct Listing {
@@ -42,7 +41,7 @@ struct Listing {
 
 // A folder waiting to be read: its item, whose name is the end of its path, inside the open folder `parent`.
 struct FolderJob {
-    std::shared_ptr<const UniqueFd> parent;
+    std::shared_ptr<const OwnedFd> parent;
     const DirectoryItem* item = nullptr;
     std::size_t nameOffset = 0;
     Listing* listing = nullptr;
@@ -56,8 +55,8 @@ public:
 
     std::vector<DirectoryItem> run()
     {
-        UniqueFd baseFolder(::open(m_base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!baseFolder.valid()) {
+        OwnedFd baseFolder(::open(m_base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!baseFolder) {
             // A base that does not exist (or is no folder) simply has no items.
             if (errno != ENOENT && errno != ENOTDIR)
                 logNotEntered(m_base, errno);
@@ -66,7 +65,7 @@ public:
         Listing root;
         FolderNames names;
         std::vector<FolderJob> found;
-        readFolder(std::make_shared<const UniqueFd>(std::move(baseFolder)), {}, root, names, found);
+        readFolder(std::make_shared<const OwnedFd>(std::move(baseFolder)), {}, root, names, found);
         if (root.error) {
             logNotEntered(m_base, root.error);
             return {};
@@ -117,17 +116,17 @@ private:
 
     void enter(FolderJob job, FolderNames& names, std::vector<FolderJob>& found)
     {
-        UniqueFd folder = posix::openFolderAt(job.parent->get(), job.item->path.c_str() + job.nameOffset);
-        if (!folder.valid()) {
+        OwnedFd folder = posix::openFolderAt(job.parent->get(), job.item->path.c_str() + job.nameOffset);
+        if (!folder) {
             job.listing->error = errno;
             return;
         }
-        readFolder(std::make_shared<const UniqueFd>(std::move(folder)), job.item->path, *job.listing, names, found);
+        readFolder(std::make_shared<const OwnedFd>(std::move(folder)), job.item->path, *job.listing, names, found);
     }
 
     // Lists the open folder `folder` (whose path relative to the base is `prefix`) into `listing`, reading each
     // item's attributes, and adds a job to `found` for every folder in it.
-    void readFolder(std::shared_ptr<const UniqueFd> folder, std::string_view prefix, Listing& listing,
+    void readFolder(std::shared_ptr<const OwnedFd> folder, std::string_view prefix, Listing& listing,
         FolderNames& names, std::vector<FolderJob>& found)
     {
         if (!names.read(folder->get())) {

@@ -1,5 +1,7 @@
 #include "platform/Exception.h"
 
+#include "platform/Log.h"
+
 #include <utility>
 
 namespace platform {
@@ -32,6 +34,17 @@ bool guard(const std::function<void()>& body, const std::function<void(const Exc
         onException(Exception("NSGenericException", other.what()));
     }
     return false;
+}
+
+void runLoggingUncaught(const std::string& where, const std::function<void()>& body)
+{
+    try {
+        body();
+    } catch (const std::exception& exception) {
+        log("Uncaught exception in %@: %@", where, exception.what());
+    } catch (...) {
+        log("Uncaught exception in %@", where);
+    }
 }
 
 }

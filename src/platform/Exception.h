@@ -32,4 +32,8 @@ private:
 // propagating. Returns true when the body ran to its end.
 bool guard(const std::function<void()>& body, const std::function<void(const Exception&)>& onException);
 
+// Runs `body`; any exception that escapes it ends there, logged as "Uncaught exception in <where>: <reason>". For
+// code that must go on whatever the code it calls does (a queue's next task, the rest of a report).
+void runLoggingUncaught(const std::string& where, const std::function<void()>& body);
+
 }

@@ -15,7 +15,6 @@ namespace platform {
 
 namespace {
 
-using posix::UniqueFd;
 
 // Copies one item and, for a folder, everything in it. Items are named relative to open folders, as in the walk.
 class Copy {
@@ -45,15 +44,15 @@ private:
     std::optional<Error> folder(int fromFolder, const char* fromName, const struct stat& status, int toFolder,
         const char* toName, const std::string& fromPath)
     {
-        UniqueFd from = posix::openFolderAt(fromFolder, fromName);
-        if (!from.valid())
+        OwnedFd from = posix::openFolderAt(fromFolder, fromName);
+        if (!from)
             return posix::systemError(errno, "Cannot open folder", fromPath);
         // Owner-writable while it is filled; the source's permissions are set at the end.
         if (::mkdirat(toFolder, toName, 0700) != 0)
             return posix::systemError(errno, "Cannot create the copy of folder", fromPath);
         m_created = true;
-        UniqueFd to = posix::openFolderAt(toFolder, toName);
-        if (!to.valid())
+        OwnedFd to = posix::openFolderAt(toFolder, toName);
+        if (!to)
             return posix::systemError(errno, "Cannot open the copy of folder", fromPath);
         posix::FolderNames names;
         if (!names.read(from.get()))
@@ -74,11 +73,11 @@ private:
     std::optional<Error> file(int fromFolder, const char* fromName, const struct stat& status, int toFolder,
         const char* toName, const std::string& fromPath)
     {
-        UniqueFd from(::openat(fromFolder, fromName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-        if (!from.valid())
+        OwnedFd from(::openat(fromFolder, fromName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (!from)
             return posix::systemError(errno, "Cannot open", fromPath);
-        UniqueFd to(::openat(toFolder, toName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!to.valid())
+        OwnedFd to(::openat(toFolder, toName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!to)
             return posix::systemError(errno, "Cannot create the copy of", fromPath);
         m_created = true;
         ssize_t sent;

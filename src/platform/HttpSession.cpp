@@ -1,6 +1,7 @@
 #include "platform/HttpSession.h"
 
 #include "platform/HttpEngine.h"
+#include "platform/Log.h"
 
 #include <atomic>
 
@@ -109,13 +110,18 @@ void Task::finish(Result result)
         handler = std::move(m_completionHandler);
     }
     // The handler travels with the report and is released after the delegate has been told, so that whatever it
-    // holds (the delegate itself, often) lives until then.
+    // holds (the delegate itself, often) lives until then. Each step of the report runs whatever the one before it
+    // raised: a handler that raises still leaves the delegate its report and no downloaded file behind.
     m_session->m_delegateQueue->async(
         [task = shared_from_this(), handler = std::move(handler), result = std::move(result)] {
+            const std::string taskName = format("HTTP task %@", task->taskIdentifier());
             if (handler)
-                handler(result);
-            if (auto delegate = task->m_session->m_delegate.lock())
-                delegate->taskDidComplete(*task->m_session, *task, result.error);
+                runLoggingUncaught("the completion handler of " + taskName, [&] { handler(result); });
+            if (auto delegate = task->m_session->m_delegate.lock()) {
+                runLoggingUncaught("the delegate report of " + taskName, [&] {
+                    delegate->taskDidComplete(*task->m_session, *task, result.error);
+                });
+            }
             if (result.location) {
                 std::error_code ignored;
                 std::filesystem::remove(*result.location, ignored);

@@ -11,7 +11,7 @@
 // Objects have value semantics; arrays and dictionaries share their storage between copies until one of them is
 // changed. Descriptors are shared between copies and closed when the last copy goes.
 
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <array>
 #include <cstdint>

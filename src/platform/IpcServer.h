@@ -7,7 +7,7 @@
 // suspended Connection that is handed to the connection handler on the server's own serial queue.
 
 #include "platform/IpcConnection.h"
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <functional>
 #include <memory>

@@ -5,7 +5,7 @@
 // socket is 0600, so that no other user can reach the service; a service refuses to listen in a folder that another
 // user owns or that is open to others. Started by systemd socket activation, a service takes the socket it is given.
 
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <filesystem>
 #include <stdexcept>

@@ -3,7 +3,7 @@
 // Thin wrappers of the Unix-socket system calls that the IPC runtime makes. They return errors (as errno values)
 // instead of leaving callers to read errno, and hand every received descriptor over as an OwnedFd.
 
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <sys/types.h>
 #include <sys/un.h>

@@ -7,7 +7,7 @@
 // Every decoder entry point takes outside input: it checks every length against what is there and every limit
 // below, and raises WireError (never crashes, never reads out of bounds) when a frame is malformed.
 
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 #include "platform/IpcObject.h"
 
 #include <cstddef>

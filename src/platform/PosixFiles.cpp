@@ -8,25 +8,9 @@
 
 namespace platform::posix {
 
-UniqueFd::~UniqueFd()
+OwnedFd openFolderAt(int folder, const char* name)
 {
-    if (m_fd >= 0)
-        ::close(m_fd);
-}
-
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept
-{
-    if (this != &other) {
-        if (m_fd >= 0)
-            ::close(m_fd);
-        m_fd = std::exchange(other.m_fd, -1);
-    }
-    return *this;
-}
-
-UniqueFd openFolderAt(int folder, const char* name)
-{
-    return UniqueFd(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return OwnedFd(::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
 FileAttributes attributesFromStat(const struct stat& status)

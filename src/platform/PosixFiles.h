@@ -5,35 +5,17 @@
 
 #include "platform/Error.h"
 #include "platform/FileManager.h"
+#include "platform/OwnedFd.h"
 
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <utility>
 #include <vector>
 
 namespace platform::posix {
 
-// Owns an open file descriptor.
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : m_fd(fd) { }
-    ~UniqueFd();
-    UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) { }
-    UniqueFd& operator=(UniqueFd&& other) noexcept;
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-
-    int get() const { return m_fd; }
-    bool valid() const { return m_fd >= 0; }
-
-private:
-    int m_fd = -1;
-};
-
 // Opens the folder `name` relative to `folder` (or AT_FDCWD) for reading its entries, without following a final link.
-UniqueFd openFolderAt(int folder, const char* name);
+OwnedFd openFolderAt(int folder, const char* name);
 
 FileAttributes attributesFromStat(const struct stat& status);
 

@@ -185,13 +185,7 @@ enum class QueueKind { Main, Global, Serial };
 
 void runLoggingExceptions(const std::string& label, const Task& task)
 {
-    try {
-        task();
-    } catch (const std::exception& exception) {
-        log("Uncaught exception in a task of queue %@: %@", label, exception.what());
-    } catch (...) {
-        log("Uncaught exception in a task of queue %@", label);
-    }
+    runLoggingUncaught(format("a task of queue %@", label), task);
 }
 
 class QueueImpl;

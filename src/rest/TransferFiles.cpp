@@ -1,5 +1,7 @@
 #include "rest/TransferFiles.h"
 
+#include "util/PathComponents.h"
+
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -12,15 +14,6 @@
 namespace rest {
 
 namespace {
-
-// The last component of a path as the framework takes it: trailing separators ignored, "/" for the root.
-std::string lastPathComponent(std::string path)
-{
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    const auto slash = path.find_last_of('/');
-    return path == "/" || slash == std::string::npos ? path : path.substr(slash + 1);
-}
 
 // `folder` with `component` appended, one separator between them; a component that names no file ("" or "/")
 // leaves the folder.
@@ -69,7 +62,7 @@ std::optional<platform::Bytes> readWholeFile(const std::filesystem::path& path)
 }
 
 StagingFile::StagingFile(const std::string& localPath)
-    : m_name(lastPathComponent(localPath))
+    : m_name(util::lastPathComponent(localPath))
     , m_path(appendingPathComponent(homeDirectory(), m_name))
 {
 }

@@ -2,8 +2,8 @@
 
 namespace service {
 
-FileHandle::FileHandle(platform::ipc::OwnedFd fd)
-    : m_fd(std::make_shared<const platform::ipc::OwnedFd>(std::move(fd)))
+FileHandle::FileHandle(platform::OwnedFd fd)
+    : m_fd(std::make_shared<const platform::OwnedFd>(std::move(fd)))
 {
 }
 

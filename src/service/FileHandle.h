@@ -3,7 +3,7 @@
 // FileHandle: the framework's file handle as IPC messages carry it, an open descriptor that is closed when the last
 // copy of the handle goes. Copies share the descriptor, as references to one handle object would.
 
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <memory>
 #include <string>
@@ -13,7 +13,7 @@ namespace service {
 class FileHandle {
 public:
     // Takes ownership of `fd`.
-    explicit FileHandle(platform::ipc::OwnedFd fd);
+    explicit FileHandle(platform::OwnedFd fd);
 
     int fileDescriptor() const { return m_fd->get(); }
     // "<NSFileHandle: fd N>", as "%@" prints the handle.
@@ -23,7 +23,7 @@ public:
     bool operator==(const FileHandle& other) const { return m_fd == other.m_fd; }
 
 private:
-    std::shared_ptr<const platform::ipc::OwnedFd> m_fd;
+    std::shared_ptr<const platform::OwnedFd> m_fd;
 };
 
 }

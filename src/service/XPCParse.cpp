@@ -191,7 +191,7 @@ std::optional<platform::Value> dataWithXPCObject(const XPCObject& xpcObject)
 
 std::optional<FileHandle> fileHandleWithXPCObject(const XPCObject& xpcObject)
 {
-    platform::ipc::OwnedFd duplicate = xpcObject.duplicateDescriptor();
+    platform::OwnedFd duplicate = xpcObject.duplicateDescriptor();
     if (!duplicate)
         return std::nullopt;
     return FileHandle(std::move(duplicate));

@@ -4,15 +4,6 @@
 
 namespace engine {
 
-namespace {
-    std::string_view withoutTrailingSlashes(std::string_view path)
-    {
-        while (path.size() > 1 && path.back() == '/')
-            path.remove_suffix(1);
-        return path;
-    }
-}
-
 std::string replacingOccurrences(std::string text, std::string_view target, std::string_view replacement)
 {
     if (target.empty())
@@ -20,27 +11,6 @@ std::string replacingOccurrences(std::string text, std::string_view target, std:
     for (auto at = text.find(target); at != std::string::npos; at = text.find(target, at + replacement.size()))
         text.replace(at, target.size(), replacement);
     return text;
-}
-
-std::string_view lastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    if (path == "/")
-        return path;
-    auto slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-std::string_view deletingLastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    auto slash = path.rfind('/');
-    if (slash == std::string_view::npos)
-        return {};
-    std::string_view parent = path.substr(0, slash);
-    while (!parent.empty() && parent.back() == '/')
-        parent.remove_suffix(1);
-    return parent.empty() ? std::string_view("/") : parent;
 }
 
 std::vector<std::string_view> splitAtSlashes(std::string_view text)

@@ -1,7 +1,9 @@
 #pragma once
 
-// Path text operations with the rules of the platform path methods the engine's paths follow: trailing slashes
-// are ignored, the parent of a top-level item is "/", a name without a folder has the empty parent.
+// Path text operations with the rules of the platform path methods the engine's paths follow (the last component
+// and its folder are the shared ones of util/PathComponents.h).
+
+#include "util/PathComponents.h"
 
 #include <string>
 #include <string_view>
@@ -12,8 +14,8 @@ namespace engine {
 // `text` with every occurrence of `target` replaced, from left to right; an empty target replaces nothing.
 std::string replacingOccurrences(std::string text, std::string_view target, std::string_view replacement);
 
-std::string_view lastPathComponent(std::string_view path);
-std::string_view deletingLastPathComponent(std::string_view path);
+using util::deletingLastPathComponent;
+using util::lastPathComponent;
 // The text split at every "/"; an absolute path starts with an empty part.
 std::vector<std::string_view> splitAtSlashes(std::string_view text);
 

@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "platform/OsVersion.h"
 #include "platform/Utf8.h"
+#include "util/PathComponents.h"
 
 #include <algorithm>
 #include <cmath>
@@ -25,35 +26,8 @@ std::string replaceAll(std::string_view text, char from, char to)
     return result;
 }
 
-// Path handling by the framework's string rules, which std::filesystem does not quite share: trailing slashes belong
-// to no component, and a dot that starts a name does not begin an extension.
-
-std::string_view withoutTrailingSlashes(std::string_view path)
-{
-    while (path.size() > 1 && path.back() == '/')
-        path.remove_suffix(1);
-    return path;
-}
-
-std::string_view lastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    if (path == "/")
-        return path;
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
-std::string_view deletingLastPathComponent(std::string_view path)
-{
-    path = withoutTrailingSlashes(path);
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string_view::npos)
-        return {}; // "report.txt" names no folder
-    return path.substr(0, slash == 0 ? 1 : slash); // "/report.txt" lies in "/"
-}
-
-// Where the extension of `name` starts (after its last dot), or npos when it has none.
+// Where the extension of `name` starts (after its last dot), or npos when it has none; by the framework's rule a dot
+// that starts a name does not begin an extension.
 std::size_t extensionStart(std::string_view name)
 {
     const std::size_t dot = name.rfind('.');

@@ -19,10 +19,10 @@ inline constexpr std::int64_t everyKindDate = -1'500'000'000'123'456'789;
 inline const platform::ipc::Uuid everyKindUuid = { 0x68, 0x75, 0x3a, 0x44, 0x4d, 0x6f, 0x12, 0x26, 0x9c, 0x60, 0x00, 0x50, 0xe4, 0xc0, 0x00, 0x67 };
 
 // A descriptor of a new unlinked temporary file that holds `text`.
-inline platform::ipc::OwnedFd temporaryFileHolding(const std::string& text)
+inline platform::OwnedFd temporaryFileHolding(const std::string& text)
 {
     char path[] = "/tmp/ipc-every-kind-XXXXXX";
-    platform::ipc::OwnedFd file(::mkstemp(path));
+    platform::OwnedFd file(::mkstemp(path));
     ::unlink(path);
     if (file && ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
         file.reset();
@@ -32,7 +32,7 @@ inline platform::ipc::OwnedFd temporaryFileHolding(const std::string& text)
 inline platform::ipc::Object messageOfEveryKind(const std::string& fileText, const std::string& sharedText)
 {
     using platform::ipc::Object;
-    const platform::ipc::OwnedFd file = temporaryFileHolding(fileText);
+    const platform::OwnedFd file = temporaryFileHolding(fileText);
     Object message = Object::dictionary();
     message.set("null", Object());
     message.set("bool", Object::boolean(true));

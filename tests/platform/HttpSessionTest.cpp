@@ -2,6 +2,8 @@
 
 #include "HttpTestServers.h"
 #include "platform/Log.h"
+#include "support/Eventually.h"
+#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -625,6 +627,33 @@ TEST_F(HttpSession, ADownloadWritesTheReplyToAFileThatIsRemovedOnceTheHandlerHas
     EXPECT_EQ(contentsInHandler, "downloaded bytes");
     drainQueue();
     EXPECT_FALSE(std::filesystem::exists(*result.location));
+}
+
+TEST_F(HttpSession, AHandlerThatRaisesIsLoggedAndTheDelegateStillHearsAndTheDownloadIsStillRemoved)
+{
+    LoopbackHttpServer server;
+    server.server.Get("/file", [](const httplib::Request&, httplib::Response& response) {
+        response.set_content("downloaded bytes", "application/octet-stream");
+    });
+    server.start();
+    testsupport::LogCapture log;
+    auto delegate = std::make_shared<RecordingDelegate>();
+    auto session = Session::make(Configuration::defaultConfiguration(), delegate, queue);
+    std::optional<std::filesystem::path> location;
+    auto task = session->downloadTask(server.url("/file"), [&](const Result& result) {
+        location = result.location;
+        throw std::runtime_error("the handler gave up");
+    });
+    task->resume();
+    ASSERT_TRUE(testsupport::eventually([&] { return task->state() == Task::State::Completed; }));
+    drainQueue();
+    const std::string uncaught = "Uncaught exception in the completion handler of HTTP task "
+        + std::to_string(task->taskIdentifier()) + ": the handler gave up";
+    EXPECT_EQ(log.lines(), std::vector<std::string> { uncaught });
+    std::lock_guard lock(delegate->mutex);
+    EXPECT_EQ(delegate->events, std::vector<std::string> { "delegate " + std::to_string(task->taskIdentifier()) + " ok" });
+    ASSERT_TRUE(location);
+    EXPECT_FALSE(std::filesystem::exists(*location));
 }
 
 TEST_F(HttpSession, AFailedDownloadLeavesNoFileBehind)

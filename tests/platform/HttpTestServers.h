@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -25,7 +26,8 @@ inline std::string loopbackURL(int port, const std::string& path)
     return "http://127.0.0.1:" + std::to_string(port) + path;
 }
 
-// An HTTP server on an ephemeral loopback port. Register handlers on `server` before calling start().
+// An HTTP server on an ephemeral loopback port. Register handlers on `server` before calling start(), which returns
+// once the server is accepting connections.
 class LoopbackHttpServer {
 public:
     httplib::Server server;
@@ -50,13 +52,21 @@ public:
         server.new_task_queue = [] { return new httplib::ThreadPool(32); };
         m_port = server.bind_to_any_port("127.0.0.1");
         ::listen(listener, 4096);
-        m_thread = std::thread([this] { server.listen_after_bind(); });
+        m_thread = std::thread([this] {
+            server.listen_after_bind();
+            m_listenEnded = true;
+        });
+        // The library's stop() does nothing to a server that has not yet entered its accept loop, which would then
+        // accept for ever and hang the destructor's join: return only once the loop runs (or has given up).
+        while (!server.is_running() && !m_listenEnded)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
     std::string url(const std::string& path) const { return loopbackURL(m_port, path); }
 
 private:
     int m_port = 0;
+    std::atomic<bool> m_listenEnded { false };
     std::thread m_thread;
 };
 

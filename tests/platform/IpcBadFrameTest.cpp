@@ -17,6 +17,7 @@
 #include <functional>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 using ipctest::dictionaryHolding;
 using ipctest::rawFrame;
 using ipctest::rawHeader;

@@ -16,6 +16,7 @@
 #include <thread>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 using ipctest::EventRecorder;
 using testsupport::eventually;
 

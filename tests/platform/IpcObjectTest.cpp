@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 
 TEST(IpcObject, ScalarAccessGivesZeroForAnotherType)
 {

@@ -17,6 +17,7 @@
 #include <atomic>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 using ipctest::EventRecorder;
 using testing::HasSubstr;
 using testsupport::eventually;

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 using testing::HasSubstr;
 
 namespace {

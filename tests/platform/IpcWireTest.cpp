@@ -13,6 +13,7 @@
 #include <string>
 
 using namespace platform::ipc;
+using platform::OwnedFd;
 using ipctest::dictionaryHolding;
 using ipctest::rawFrame;
 

@@ -112,11 +112,16 @@ TEST(Queue, GlobalQueueRunsAtLeastTwoTasksAtTheSameTime)
     Counter together;
     for (int i = 0; i < 2; ++i) {
         Queue::globalBackground()->async([&] {
-            std::unique_lock lock(mutex);
-            ++arrived;
-            changed.notify_all();
-            // Each task waits inside the queue until the other one has started too.
-            if (changed.wait_for(lock, 10s, [&] { return arrived == 2; }))
+            bool bothArrived = false;
+            {
+                std::unique_lock lock(mutex);
+                ++arrived;
+                changed.notify_all();
+                // Each task waits inside the queue until the other one has started too.
+                bothArrived = changed.wait_for(lock, 10s, [&] { return arrived == 2; });
+            }
+            // Counted only once the task is done with the test's mutex, which goes when the test has both counts.
+            if (bothArrived)
                 together.add();
         });
     }

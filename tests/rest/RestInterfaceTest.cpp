@@ -296,12 +296,12 @@ TEST_F(RestFacade, ABareValueDecoderThatRaisesEndsTheCompletionWithoutACallback)
     const auto pointAtWithStatus = serverAt(withStatus.url("/"));
     Recorder<const Outcome<ReplyValue>&, TransportStatus> callback;
     RestInterface::asyncUploadFileWithStream(UploadFileWithStreamQuery {}, callback.callback());
-    EXPECT_TRUE(
-        testsupport::eventually([&] { return log.countStartingWith("Uncaught exception in a task of queue") > 0; }));
+    const std::string uncaught = "Uncaught exception in the completion handler of HTTP task";
+    EXPECT_TRUE(testsupport::eventually([&] { return log.countStartingWith(uncaught) > 0; }));
     MainQueueThread::drain();
     EXPECT_EQ(withStatus.received().size(), 1u);
     EXPECT_EQ(callback.count(), 0u);
-    EXPECT_EQ(log.countStartingWith("Uncaught exception in a task of queue"), 1u);
+    EXPECT_EQ(log.countStartingWith(uncaught), 1u);
 }
 
 TEST_F(RestFacade, ABareValueDecoderGivenNoReturnStatusHandsOverAnAbsentResultWithStatusZero)

@@ -81,9 +81,6 @@ public:
         m_server.server.Post(std::string(servicePrefix) + ".*", handler);
         m_server.server.Get(std::string(servicePrefix) + ".*", handler);
         m_server.start();
-        // A server stopped before it listens would listen for ever afterwards: wait until it does.
-        while (!m_server.server.is_running())
-            std::this_thread::sleep_for(1ms);
     }
 
     // The server's "host:port", as $KORBANHOLD_SERVER names it.

@@ -27,7 +27,7 @@ TEST(ServiceObject, DescriptionPrintsUuidsAndHandlesByTheirDescriptions)
     const service::XPCUUID uuid({ 0x68, 0x75, 0x3a, 0x44, 0x4d, 0x6f, 0x12, 0x26, 0x9c, 0x60, 0x00, 0x50, 0xe4, 0xc0, 0x00, 0x67 });
     EXPECT_EQ(Object(uuid).description(), "<XPCUUID 68753A44-4D6F-1226-9C60-0050E4C00067>");
     EXPECT_EQ(Object(Value("plain")).description(), "plain");
-    const service::FileHandle handle(platform::ipc::OwnedFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    const service::FileHandle handle(platform::OwnedFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
     EXPECT_EQ(Object(handle).description(), "<NSFileHandle: fd " + std::to_string(handle.fileDescriptor()) + ">");
     EXPECT_EQ(Object::dictionary({ { "k", Object(Value::integer(1)) } }).description(), "{\n    k = 1;\n}");
 }

@@ -25,9 +25,9 @@ Object travel(const Object& object)
 {
     const auto message = XPCParse::newXPCObject(Object::dictionary({ { "value", object } }));
     platform::ipc::Frame frame = platform::ipc::encodeFrame(*message);
-    std::vector<platform::ipc::OwnedFd> descriptors;
+    std::vector<platform::OwnedFd> descriptors;
     for (int fd : frame.descriptors)
-        descriptors.push_back(platform::ipc::OwnedFd::duplicate(fd));
+        descriptors.push_back(platform::OwnedFd::duplicate(fd));
     const auto received = XPCParse::objectWithXPCObject(platform::ipc::decodeFrame(frame.bytes, std::move(descriptors)));
     return *received->find("value");
 }
@@ -216,10 +216,10 @@ TEST(XPCParse, StringsTravelAsTheirUtf8Text)
 TEST(XPCParse, AFileHandleTravelsAsADuplicateOfItsDescriptor)
 {
     char path[] = "/tmp/xpcparse-XXXXXX";
-    platform::ipc::OwnedFd file(::mkstemp(path));
+    platform::OwnedFd file(::mkstemp(path));
     ::unlink(path);
     ASSERT_EQ(::write(file.get(), "contents", 8), 8);
-    const FileHandle handle(platform::ipc::OwnedFd::duplicate(file.get()));
+    const FileHandle handle(platform::OwnedFd::duplicate(file.get()));
 
     const XPCObject sent = convert(handle);
     EXPECT_EQ(sent.type(), Type::FileDescriptor);

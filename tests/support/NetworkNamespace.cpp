@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <iostream>
 #include <vector>
 
 namespace testsupport {
@@ -37,6 +39,11 @@ ChildOutcome rerunInFreshNetworkNamespace()
     environment.push_back(const_cast<char*>(marker.c_str()));
     environment.push_back(nullptr);
 
+    // Output this process still holds in its buffers goes out now, ahead of the child's, which shares the same
+    // standard output and error: otherwise the test's own lines would show up after the child's run of the same test.
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
     const pid_t child = fork();
     if (child < 0)
         return { ChildOutcome::Kind::Failed, "fork failed" };

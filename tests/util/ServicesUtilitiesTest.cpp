@@ -166,6 +166,15 @@ TEST(ServicesUtilities, AFileWithoutExtensionGetsTheBareNumberedName)
     EXPECT_EQ(namesIn(folder.path()), (std::vector<std::string> { "notes", "notes 1" }));
 }
 
+TEST(ServicesUtilities, ACopyOfAPathWithDoubledSlashesLandsInTheSameFolder)
+{
+    TempDir folder;
+    writeFile(folder / "notes.txt", "n");
+    const std::string doubled = folder.string() + "//notes.txt";
+    EXPECT_EQ(ServicesUtilities::checkDuplicateAndCreate(doubled, ""), folder.string() + "/notes 1.txt");
+    EXPECT_EQ(readFile(folder / "notes 1.txt"), "n");
+}
+
 TEST(ServicesUtilities, OnlyTheLastExtensionIsKeptApart)
 {
     TempDir folder;

@@ -73,8 +73,8 @@ struct ConnectedPair {
         int ends[2];
         if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0)
             throw std::runtime_error("socketpair failed");
-        sender = platform::ipc::Connection::createForPeer(platform::ipc::OwnedFd(ends[0]));
-        receiver = platform::ipc::Connection::createForPeer(platform::ipc::OwnedFd(ends[1]));
+        sender = platform::ipc::Connection::createForPeer(platform::OwnedFd(ends[0]));
+        receiver = platform::ipc::Connection::createForPeer(platform::OwnedFd(ends[1]));
     }
     ~ConnectedPair()
     {

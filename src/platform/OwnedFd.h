@@ -1,9 +1,10 @@
 #pragma once
 
-// OwnedFd: one file descriptor with a single owner, closed when the owner goes. The IPC runtime moves descriptors
-// between the kernel, frames and values with it, so that no error path can leak one.
+// OwnedFd: one file descriptor with a single owner, closed when the owner goes, so that no error path can leak one.
+// The IPC runtime moves descriptors between the kernel, frames and values with it; the file manager holds the files
+// and folders it has open with it.
 
-namespace platform::ipc {
+namespace platform {
 
 class OwnedFd {
 public:

@@ -1,11 +1,11 @@
-#include "platform/IpcDescriptor.h"
+#include "platform/OwnedFd.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <utility>
 
-namespace platform::ipc {
+namespace platform {
 
 OwnedFd& OwnedFd::operator=(OwnedFd&& other) noexcept
 {
