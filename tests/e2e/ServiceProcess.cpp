@@ -52,6 +52,7 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
         { "KORBANHOLD_RUNTIME_DIR", m_runtime.string() },
         { "KORBANHOLD_PREFERENCES_DIR", m_preferences.string() },
         { "KORBANHOLD_APPKIT_VERSION", appKitVersion },
+        { "KORBANHOLD_SERVER", m_server },
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };

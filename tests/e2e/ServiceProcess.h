@@ -22,6 +22,8 @@ public:
     std::filesystem::path socketPath() const;
     std::filesystem::path preferencesFolder() const { return m_preferences; }
     std::filesystem::path logPath() const { return m_root / "service.log"; }
+    // The REST server ("host:port") the service reports to; unset, the service uses its default.
+    void setServer(std::string address) { m_server = std::move(address); }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -40,6 +42,7 @@ private:
     testsupport::TempDir m_root;
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
+    std::optional<std::string> m_server;
 };
 
 class ServiceProcess {
