@@ -13,6 +13,15 @@ namespace {
     }
 }
 
+std::string replacingOccurrences(std::string text, std::string_view target, std::string_view replacement)
+{
+    if (target.empty())
+        return text;
+    for (auto at = text.find(target); at != std::string::npos; at = text.find(target, at + replacement.size()))
+        text.replace(at, target.size(), replacement);
+    return text;
+}
+
 std::string_view lastPathComponent(std::string_view path)
 {
     path = withoutTrailingSlashes(path);

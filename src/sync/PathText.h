@@ -9,6 +9,9 @@
 
 namespace engine {
 
+// `text` with every occurrence of `target` replaced, from left to right; an empty target replaces nothing.
+std::string replacingOccurrences(std::string text, std::string_view target, std::string_view replacement);
+
 std::string_view lastPathComponent(std::string_view path);
 std::string_view deletingLastPathComponent(std::string_view path);
 // The text split at every "/"; an absolute path starts with an empty part.

@@ -10,6 +10,7 @@
 #include "util/ServicesUtilities.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
+#include "sync/SharedRecords.h"
 
 #include <algorithm>
 #include <cctype>
@@ -28,23 +29,11 @@ namespace {
         return found != text.end();
     }
 
-    std::string replacingAll(std::string text, std::string_view target, std::string_view replacement)
+    // The first record whose "FileName" is the folder that holds `path`.
+    const Value* recordOfParentFolder(const Value& records, std::string_view path)
     {
-        for (auto at = text.find(target); at != std::string::npos; at = text.find(target, at + replacement.size()))
-            text.replace(at, target.size(), replacement);
-        return text;
-    }
-
-    // The first record whose "FileName" is `name`; raises for a record that is not a dictionary.
-    const Value* firstRecordNamed(const Value& records, std::string_view name)
-    {
-        Value nameText(name);
-        for (const Value& record : records.elements()) {
-            const Value* fileName = record.find(sharedKeys::fileName);
-            if (fileName && *fileName == nameText)
-                return &record;
-        }
-        return nullptr;
+        Value folder(deletingLastPathComponent(path));
+        return firstRecordWith(records, sharedKeys::fileName, &folder);
     }
 
     bool anyActiveRecord(const Value& records, const std::string& topLevelPath, bool ownerMustBeZero)
@@ -95,19 +84,20 @@ std::optional<Value> SyncFilesXpcService::getUserComputerMapID(const std::string
 {
     // The top-level parts are listed but not used; listing them still needs a path below the synced folder.
     topLevelItemPath(syncedFolderPath(), path);
-    const Value* record = firstRecordNamed(sharedFilesArray(), deletingLastPathComponent(path));
+    Value records = sharedFilesArray();
+    const Value* record = recordOfParentFolder(records, path);
     return record ? record->objectForKey(sharedKeys::userComputerMapID) : std::nullopt;
 }
 
 std::string SyncFilesXpcService::getFullPath(const std::string& path) const
 {
     Value records = sharedFilesArray();
-    const Value* record = firstRecordNamed(records, deletingLastPathComponent(path));
+    const Value* record = recordOfParentFolder(records, path);
     const Value* owner = record ? record->find(sharedKeys::ownerFileID) : nullptr;
     std::string topLevelPath = topLevelItemPath(syncedFolderPath(), path);
     if (!owner)
         platform::Exception::raiseInvalidArgument("*** -[NSString stringByReplacingOccurrencesOfString:withString:]: nil argument");
-    std::string serverPath = replacingAll(replacingAll(path, topLevelPath, owner->string()), "/", "\\");
+    std::string serverPath = replacingOccurrences(replacingOccurrences(path, topLevelPath, owner->string()), "/", "\\");
 
     auto attributes = platform::FileManager::attributesOfItemAtPath(path);
     std::string_view isFile = attributes && attributes->type != platform::FileType::Directory ? "1" : "0";

@@ -30,6 +30,13 @@ void SyncFilesXpcService::SyncFile()
     syncFileInTablenCloud();
 }
 
+void SyncFilesXpcService::writeIdleStatus(platform::UserDefaults& prefs)
+{
+    prefs.setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
+        domains::fileWatcher);
+    prefs.synchronize();
+}
+
 Value SyncFilesXpcService::userDefaultsArray() const
 {
     std::lock_guard lock(m_fieldsMutex);

@@ -11,9 +11,16 @@
 // walk and the table index, without it). Each process takes that lock for its own duration, and the operations
 // that talk to the server are called without it, so that they can use the accessors.
 //
+// Completions that change the object's lists or the stored domains (an accepted batch report, a created or renamed
+// shared item) take the pass lock, so they run between passes: the table an accepted report stores is the one the
+// object holds, complete, and a shared-file entry a completion appends is in the list when the next pass reloads
+// it from the store. A completion first checks its status and takes the lock only on success, which never comes
+// at once on the thread that made the request (the pass's own, which holds the lock).
+//
 // The object must be owned by a std::shared_ptr: each pass schedules the next one with a reference that keeps the
-// object alive, as the loop has no end.
+// object alive, as the loop has no end, and every request's completion holds one until it has run.
 
+#include "messages/Responses.h"
 #include "platform/UserDefaults.h"
 #include "platform/Value.h"
 #include "sync/ChangeRecords.h"
@@ -27,6 +34,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace engine {
 
@@ -79,9 +87,9 @@ public:
     std::optional<platform::Value> getUserComputerMapID(const std::string& path) const;
     std::string getFullPath(const std::string& path) const;
 
-    // The operations that talk to the server. They are virtual so that tests can see whether and when a pass calls
-    // them (their effect is on the server, and tests record the calls in a subclass). The REST client they need is
-    // not part of the engine yet, so their bodies here do only what needs no server (see ServerOperations.cpp).
+    // The operations that talk to the server. They return once the request is handed over; their completions run
+    // later (see Threads above). They are virtual so that tests of the pass can see whether and when a pass calls
+    // them without a server.
     virtual void performSharedFilesRenameProcess(const std::string& path, const std::string& fileID);
     virtual void performSharedFilesCreationProcess(const std::string& path);
     virtual void SyncFilesWithTableAndCloudProcess(platform::Value changedListArray);
@@ -95,6 +103,16 @@ private:
     void classifyItems();
     void classifySharedItem(const std::string& path, const std::string& fileID);
     void finishPass();
+    // "FileWatcherStatusKey" = "0" as the only key of the file watcher's domain.
+    static void writeIdleStatus(platform::UserDefaults& prefs);
+
+    // The completions that change the object: each takes the pass lock.
+    void storeAcceptedTable(const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results);
+    void appendCreatedSharedEntry(const std::string& path, const std::string& serverFullPath,
+        const std::optional<platform::Value>& ownerFileID);
+    void storeLiveSharedFilesList();
+    // Replaces the shared-files domain by one holding only "SharedFileDataKey" = `list`.
+    void storeSharedFilesList(const platform::Value& list);
 
     // The processes, with m_fieldsMutex held.
     void createItem(std::size_t index);

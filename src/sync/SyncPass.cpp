@@ -155,11 +155,8 @@ void SyncFilesXpcService::finishPass()
 {
     Value changes = changedListArray();
     platform::log("Final List changed list %@", changes);
-    if (platform::UserDefaults* prefs = readLocked(m_prefs)) {
-        prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
-            domains::fileWatcher);
-        prefs->synchronize();
-    }
+    if (platform::UserDefaults* prefs = readLocked(m_prefs))
+        writeIdleStatus(*prefs);
     if (changes.count() != 0) {
         auto self = shared_from_this();
         platform::Queue::globalBackground()->async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });

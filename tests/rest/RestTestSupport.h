@@ -9,6 +9,7 @@
 #include "platform/Queue.h"
 #include "rest/TransportStatus.h"
 #include "support/LogCapture.h"
+#include "support/MainQueueThread.h"
 #include "support/ScopedEnvironment.h"
 #include "support/TempDir.h"
 
@@ -44,27 +45,7 @@ inline testsupport::ScopedEnvironment serverAt(const std::string& url)
     return testsupport::ScopedEnvironment("KORBANHOLD_SERVER", hostOf(url));
 }
 
-// Runs the main queue on a thread of its own while the object lives.
-class MainQueueThread {
-public:
-    MainQueueThread()
-        : m_thread([] { platform::runMainQueue(); })
-    {
-    }
-    ~MainQueueThread()
-    {
-        platform::stopMainQueue();
-        m_thread.join();
-    }
-    // Waits until every task submitted to the main queue so far has run.
-    static void drain()
-    {
-        platform::Queue::main()->sync([] {});
-    }
-
-private:
-    std::thread m_thread;
-};
+using testsupport::MainQueueThread;
 
 // An HTTP server on loopback that answers every request under the service's path with `respond` and records each
 // request it receives.

@@ -1,5 +1,6 @@
 #include "SyncFixture.h"
 
+#include "platform/HttpTestServers.h"
 #include "platform/Json.h"
 
 #include <chrono>
@@ -32,11 +33,15 @@ void RecordingService::performSharedFilesCreationProcess(const std::string& path
 void RecordingService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
 {
     record({ "SyncFilesWithTableAndCloudProcess", {}, changedListArray });
+    if (talksToServer)
+        SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(changedListArray);
 }
 
 void RecordingService::logErrorMethod()
 {
     record({ "logErrorMethod", {}, {} });
+    if (talksToServer)
+        SyncFilesXpcService::logErrorMethod();
 }
 
 void RecordingService::record(Call call)
@@ -75,6 +80,7 @@ bool RecordingService::waitFor(const std::string& operation, std::size_t count) 
 // ---------------------------------------------------------------- SyncFixture
 
 SyncFixture::SyncFixture()
+    : noServer("KORBANHOLD_SERVER", "127.0.0.1:" + std::to_string(httptest::closedLoopbackPort()))
 {
     std::filesystem::create_directories(root.path() / "Preferences");
     m_home = root.string() + "/home";
@@ -82,7 +88,11 @@ SyncFixture::SyncFixture()
     writeSettings();
 }
 
-SyncFixture::~SyncFixture() = default;
+// The completions of requests still under way may hold the service; those that already came have run.
+SyncFixture::~SyncFixture()
+{
+    testsupport::MainQueueThread::drain();
+}
 
 std::string SyncFixture::fileNumber(const std::string& relative) const
 {

@@ -6,6 +6,8 @@
 #include "platform/Queue.h"
 #include "platform/Value.h"
 #include "support/LogCapture.h"
+#include "support/MainQueueThread.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TempDir.h"
 #include "sync/SyncFilesXpcService.h"
 
@@ -28,10 +30,15 @@ inline void PrintTo(const Value& value, std::ostream* out) { *out << value.descr
 
 namespace synctest {
 
-// Records every call of the operations that talk to the server, with its arguments, in call order.
+// Records every call of the operations that talk to the server, with its arguments, in call order. The shared-file
+// processes always go on to their own work; the batch report and the error report do so only when
+// `talksToServer` is set (before the first pass), so that the tests of the pass see the change list without a
+// server.
 class RecordingService : public engine::SyncFilesXpcService {
 public:
     using SyncFilesXpcService::SyncFilesXpcService;
+
+    bool talksToServer = false;
 
     struct Call {
         std::string operation;
@@ -59,6 +66,8 @@ private:
     std::vector<Call> m_calls;
 };
 
+// Every request of a test goes to the server the test names: to a loopback port where nothing listens unless it
+// points $KORBANHOLD_SERVER elsewhere. The main queue, where the completions of requests run, runs meanwhile.
 class SyncFixture : public ::testing::Test {
 protected:
     SyncFixture();
@@ -103,6 +112,8 @@ protected:
     platform::Value changes() const { return service->changedListArray(); }
     platform::Value table() const { return service->userDefaultsArray(); }
 
+    testsupport::ScopedEnvironment noServer;
+    testsupport::MainQueueThread mainQueue;
     testsupport::TempDir root;
     platform::TestClock clock;
     testsupport::LogCapture log;

@@ -1,0 +1,125 @@
+// The batch report: every change record of a pass goes to the server in one request, and only when the server has
+// accepted it is the watched-files table stored, with the server's file identifiers copied into it.
+
+#include "sync/SyncFilesXpcService.h"
+
+#include "platform/Log.h"
+#include "rest/RestInterface.h"
+#include "sync/RecordKeys.h"
+#include "sync/WireText.h"
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include <vector>
+
+namespace engine {
+
+using platform::Value;
+using messages::SyncFilesInTableAndCloudQuery;
+using messages::SyncFilesInTableAndCloudResponseData;
+
+namespace {
+
+    // One query per change record, in order. The paths go in the server's form; an "oldPathKey" that is the empty
+    // string goes as it is (a record that is not a rename has no old path), as does the null object, which the
+    // query cannot carry and so leaves out.
+    std::vector<SyncFilesInTableAndCloudQuery> batchQueries(const Value& changes, const Value* korbanholdPath)
+    {
+        std::optional<std::string> serverKorbanholdPath = serverFormPath(korbanholdPath);
+        std::vector<SyncFilesInTableAndCloudQuery> queries;
+        queries.reserve(changes.count());
+        for (const Value& change : changes.elements()) {
+            SyncFilesInTableAndCloudQuery query;
+            query.changeType = wireText(change.find(keys::changeType));
+            const Value* oldPath = change.find(keys::oldPath);
+            bool keptAsItIs = oldPath && (oldPath->isNull() || (oldPath->isString() && oldPath->string().empty()));
+            query.oldFullPath = keptAsItIs ? wireText(oldPath) : serverFormPath(oldPath);
+            query.fullPath = serverFormPath(change.find(keys::baseSystemFilePath));
+            query.fileSize = wireText(change.find(keys::fileSize));
+            query.computerId = wireText(change.find(keys::computerID));
+            query.korbanholdPath = serverKorbanholdPath;
+            query.isFile = wireText(change.find(keys::isFile));
+            query.fileID = wireText(change.find(keys::fileID));
+            query.baseSystemFileID = wireText(change.find(keys::baseSystemFileID));
+            query.fileModifiedDate = wireText(change.find(keys::modifiedDate));
+            queries.push_back(std::move(query));
+        }
+        return queries;
+    }
+
+    // Gives the first table entry of each result's "BaseSystemFileIDKey" the server's identifier of that item.
+    // Results without a matching entry are skipped; their status and error are not looked at. Raises when a
+    // matching result has no identifier, which a record cannot hold.
+    void copyServerFileIDs(Value& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+    {
+        // The first position of every file number that is a string; other kinds are rare and searched for.
+        boost::unordered_flat_map<std::string, std::size_t> firstPositionOfText;
+        for (std::size_t position = 0; position < table.count(); ++position) {
+            const Value* fileNumber = table.at(position).find(keys::baseSystemFileID);
+            if (const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr)
+                firstPositionOfText.try_emplace(*text, position);
+        }
+        // An absent file number matches the first entry that lacks the key.
+        auto firstPositionOf = [&](const Value* fileNumber) -> std::optional<std::size_t> {
+            if (const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr) {
+                auto found = firstPositionOfText.find(*text);
+                return found == firstPositionOfText.end() ? std::nullopt : std::optional(found->second);
+            }
+            for (std::size_t position = 0; position < table.count(); ++position) {
+                const Value* entryFileNumber = table.at(position).find(keys::baseSystemFileID);
+                if (fileNumber ? entryFileNumber && *entryFileNumber == *fileNumber : !entryFileNumber)
+                    return position;
+            }
+            return std::nullopt;
+        };
+        for (const SyncFilesInTableAndCloudResponseData& result : results) {
+            const Value* fileNumber = result.baseSystemFileID ? &*result.baseSystemFileID : nullptr;
+            if (auto position = firstPositionOf(fileNumber))
+                table.mutableAt(*position).setObject(result.fileId, keys::fileID);
+        }
+    }
+
+}
+
+void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
+{
+    if (changedListArray.count() == 0)
+        return;
+    platform::guard(
+        [&] {
+            std::optional<Value> korbanholdPath;
+            {
+                std::lock_guard lock(m_fieldsMutex);
+                korbanholdPath = m_korbanholdPrefs ? m_korbanholdPrefs->objectForKey(settings::korbanholdPath) : std::nullopt;
+            }
+            auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
+            auto self = shared_from_this();
+            rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
+                [self](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
+                    rest::TransportStatus status) {
+                    // Any other status stores nothing: the next pass finds the same differences again.
+                    if (status == rest::TransportSucceeded)
+                        self->storeAcceptedTable(std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object));
+                });
+        },
+        [this](const platform::Exception&) { logErrorMethod(); });
+}
+
+void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+{
+    // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
+    // reads what this stores.
+    std::lock_guard pass(m_passMutex);
+    Value table = userDefaultsArray();
+    m_standardDefaults.setObject(table, settings::fileWatchedData);
+    m_standardDefaults.synchronize();
+    writeIdleStatus(m_standardDefaults);
+
+    copyServerFileIDs(table, results);
+    setUserDefaultsArray(table);
+    m_standardDefaults.setObject(table, settings::fileWatchedData);
+    m_standardDefaults.synchronize();
+    platform::log("filde ID updayted  %@", m_standardDefaults.objectForKey(settings::fileWatchedData));
+}
+
+}
