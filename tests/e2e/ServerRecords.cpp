@@ -24,7 +24,8 @@ std::string textOf(const Value* value)
 std::map<std::string, ServerFile> ServerRecords::files(const std::string& computerId) const
 {
     std::map<std::string, ServerFile> files;
-    for (const Value& row : rows("files?computer=" + computerId).elements())
+    const Value table = rows("files?computer=" + computerId);
+    for (const Value& row : table.elements())
         files[textOf(row.find("full_path"))] = { textOf(row.find("file_id")), textOf(row.find("is_file")) };
     return files;
 }
@@ -37,7 +38,8 @@ Value ServerRecords::requests(const std::string& methodPath) const
 std::vector<Value> ServerRecords::requestBodies(const std::string& methodPath) const
 {
     std::vector<Value> bodies;
-    for (const Value& request : requests(methodPath).elements()) {
+    const Value log = requests(methodPath);
+    for (const Value& request : log.elements()) {
         try {
             bodies.push_back(platform::readJson(textOf(request.find("body"))));
         } catch (const platform::JsonError&) {

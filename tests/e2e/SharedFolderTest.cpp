@@ -46,7 +46,8 @@ protected:
     // The list's entry whose "FileName" is `path`, or null.
     Value listEntry(const std::filesystem::path& path) const
     {
-        for (const Value& entry : m_defaults.sharedFiles().elements())
+        const Value list = m_defaults.sharedFiles();
+        for (const Value& entry : list.elements())
             if (entry.isDictionary() && e2etest::textOf(entry.find("FileName")) == path.string())
                 return entry;
         return Value::null();
@@ -62,6 +63,19 @@ protected:
         if (e2etest::eventuallyWithinServiceTime([&] { return !listEntry(team() / "new.txt").isNull(); }))
             return testing::AssertionSuccess();
         return testing::AssertionFailure() << "new.txt never joined the shared-files list:\n" << logTail();
+    }
+
+    // Renames the listed new.txt to renamed.txt and waits until the server has had the transfer request.
+    testing::AssertionResult renameSharedFile()
+    {
+        if (auto ran = run("mv 'Team (Shared)/new.txt' 'Team (Shared)/renamed.txt'"); !ran)
+            return ran;
+        if (auto ended = passStep(); !ended)
+            return ended;
+        if (e2etest::eventuallyWithinServiceTime(
+                [&] { return m_records->requestCount(e2etest::sharedTransferPath) >= 1; }))
+            return testing::AssertionSuccess();
+        return testing::AssertionFailure() << "no transfer request came:\n" << logTail();
     }
 };
 
@@ -92,11 +106,7 @@ TEST_F(SharedFolder, ARenameInsideSendsOneSharedTransferWithBackslashPathsAndCha
     ASSERT_TRUE(createSharedFile());
     const std::string ownerFileId = e2etest::textOf(listEntry(team() / "new.txt").find("OwnerFileID"));
     const std::string number = fileNumber(team() / "new.txt");
-    ASSERT_TRUE(run("mv 'Team (Shared)/new.txt' 'Team (Shared)/renamed.txt'"));
-    ASSERT_TRUE(passStep());
-    ASSERT_TRUE(e2etest::eventuallyWithinServiceTime(
-        [&] { return m_records->requestCount(e2etest::sharedTransferPath) >= 1; }))
-        << logTail();
+    ASSERT_TRUE(renameSharedFile());
     EXPECT_FALSE(listEntry(team() / "renamed.txt").isNull());
     const auto bodies = m_records->requestBodies(e2etest::sharedTransferPath);
     ASSERT_EQ(bodies.size(), 1u);
@@ -107,13 +117,21 @@ TEST_F(SharedFolder, ARenameInsideSendsOneSharedTransferWithBackslashPathsAndCha
     EXPECT_EQ(e2etest::textOf(body.find("FileID")), ownerFileId);
     EXPECT_EQ(e2etest::textOf(body.find("ComputerID")), m_account.computerId);
     EXPECT_EQ(e2etest::textOf(body.find("StrXMLFileID")), number);
-    // The file number goes as a JSON number, unlike every other field.
-    ASSERT_NE(body.find("BaseSystemFileID"), nullptr);
-    EXPECT_TRUE(body.find("BaseSystemFileID")->isNumber());
     EXPECT_EQ(e2etest::textOf(body.find("BaseSystemFileID")), number);
     // The next pass finds the entry by its new path: nothing is sent again.
     ASSERT_TRUE(syncStep());
     EXPECT_EQ(m_records->requestCount(e2etest::sharedTransferPath), 1u);
+}
+
+// KNOWN FAILURE with the engine as it stands: the transfer carries the file number as text. (The local server, for
+// its part, answers a number in a request field with HTTP 400.)
+TEST_F(SharedFolder, ARenameInsideSendsTheFileNumberAsAJsonNumberUnlikeEveryOtherField)
+{
+    ASSERT_TRUE(createSharedFile());
+    ASSERT_TRUE(renameSharedFile());
+    const Value body = m_records->requestBodies(e2etest::sharedTransferPath).at(0);
+    ASSERT_NE(body.find("BaseSystemFileID"), nullptr);
+    EXPECT_TRUE(body.find("BaseSystemFileID")->isNumber()) << body.find("BaseSystemFileID")->description();
 }
 
 TEST_F(SharedFolder, AnItemOfAnotherOwnerIsRenamedInTheListOnly)

@@ -101,6 +101,8 @@ void SyncedFolder::restartServerAndService()
 {
     m_service->stop();
     m_service.reset();
+    // The stopped service leaves its socket file behind; the new one is ready when it has made its own.
+    fs::remove(m_folders.socketPath());
     if (m_server)
         stopServer();
     startServer();
@@ -182,26 +184,31 @@ bool SyncedFolder::lastChangeListWasEmpty() const
 
 testing::AssertionResult SyncedFolder::storedTableMatchesFolder() const
 {
+    const Value stored = m_defaults.storedTable();
     std::map<std::string, std::string> table;
-    for (const auto& [path, entry] : tableByPath(m_defaults.storedTable()))
+    for (const auto& [path, entry] : tableByPath(stored))
         table[path] = textOf(entry->find("isFilekey"));
     return sameItems(syncableItems(m_syncedFolder), table, "the stored table");
 }
 
+testing::AssertionResult SyncedFolder::serverFilesMatchFolder() const
+{
+    std::map<std::string, std::string> server;
+    for (const auto& [path, file] : m_records->files(m_account.computerId))
+        server[path] = file.isFile;
+    return sameItems(syncableItems(m_syncedFolder), server, "the server");
+}
+
 testing::AssertionResult SyncedFolder::serverMatchesFolder() const
 {
-    const auto serverFiles = m_records->files(m_account.computerId);
-    std::map<std::string, std::string> server;
-    for (const auto& [path, file] : serverFiles)
-        server[path] = file.isFile;
-    if (auto same = sameItems(syncableItems(m_syncedFolder), server, "the server"); !same)
+    if (auto same = serverFilesMatchFolder(); !same)
         return same;
     if (auto same = storedTableMatchesFolder(); !same)
         return same;
     const Value table = m_defaults.storedTable();
     const auto entries = tableByPath(table);
     std::ostringstream differences;
-    for (const auto& [path, file] : serverFiles) {
+    for (const auto& [path, file] : m_records->files(m_account.computerId)) {
         const std::string stored = textOf(entries.at(path)->find("FileIDKey"));
         if (stored != file.fileId)
             differences << "\n  " << path << ": the server's file id is " << file.fileId << ", the table's \"" << stored

@@ -63,8 +63,10 @@ protected:
     // True when the last pass's change list was empty (no report was started).
     bool lastChangeListWasEmpty() const;
 
-    // The server's file table for this computer equals the syncable items of the folder (paths and kinds), and every
-    // server file identifier is the "FileIDKey" of the stored table's entry for that path.
+    // The server's file table for this computer equals the syncable items of the folder (paths and kinds).
+    testing::AssertionResult serverFilesMatchFolder() const;
+    // The same, and the stored table too, and every server file identifier is the "FileIDKey" of the stored table's
+    // entry for that path.
     testing::AssertionResult serverMatchesFolder() const;
     // The same, for the stored table alone: the table's paths equal the syncable items of the folder.
     testing::AssertionResult storedTableMatchesFolder() const;
