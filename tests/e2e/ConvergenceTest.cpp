@@ -13,8 +13,6 @@ namespace {
 
 using e2etest::SyncedFolder;
 using platform::Value;
-using testing::Contains;
-using testing::Not;
 
 // A path for a shell command line.
 std::string quoted(const std::filesystem::path& path)
@@ -46,6 +44,18 @@ protected:
         return found == files.end() ? std::string() : found->second.fileId;
     }
 
+    // Makes the file `before` and syncs; then `change` turns it into `after`, which is reported as one change of
+    // `changeType`, and the server keeps the file's id.
+    void expectOneChangeKeepingTheFileId(const std::string& before, const std::string& change, const std::string& after,
+        const std::string& changeType)
+    {
+        ASSERT_TRUE(changeAndSync("printf 'first line\\n' > " + before));
+        const auto id = serverFileId(before);
+        ASSERT_TRUE(changeAndSync(change));
+        EXPECT_EQ(lastReportedChangeTypes(), std::vector<std::string> { changeType });
+        EXPECT_EQ(serverFileId(after), id);
+    }
+
     // The change types of the last batch report, in order.
     std::vector<std::string> lastReportedChangeTypes() const
     {
@@ -67,21 +77,13 @@ TEST_F(Convergence, FilesAndFoldersCopiedWithCpReachTheServer)
 
 TEST_F(Convergence, AFileEditedWithSedInPlaceIsModifiedAndKeepsItsServerFileId)
 {
-    ASSERT_TRUE(changeAndSync("printf 'first line\\n' > notes.txt"));
-    const auto id = serverFileId("notes.txt");
     // sed -i writes a new file and renames it over the old one: the path stays, the file number changes.
-    ASSERT_TRUE(changeAndSync("sed -i 's/first/edited/' notes.txt"));
-    EXPECT_EQ(lastReportedChangeTypes(), std::vector<std::string> { "Modified" });
-    EXPECT_EQ(serverFileId("notes.txt"), id);
+    expectOneChangeKeepingTheFileId("notes.txt", "sed -i 's/first/edited/' notes.txt", "notes.txt", "Modified");
 }
 
 TEST_F(Convergence, AFileRenamedWithMvIsRenamedAndKeepsItsServerFileId)
 {
-    ASSERT_TRUE(changeAndSync("printf 'text\\n' > draft.txt"));
-    const auto id = serverFileId("draft.txt");
-    ASSERT_TRUE(changeAndSync("mv draft.txt final.txt"));
-    EXPECT_EQ(lastReportedChangeTypes(), std::vector<std::string> { "Renamed" });
-    EXPECT_EQ(serverFileId("final.txt"), id);
+    expectOneChangeKeepingTheFileId("draft.txt", "mv draft.txt final.txt", "final.txt", "Renamed");
 }
 
 TEST_F(Convergence, AFileMovedIntoAFolderIsDeletedAndCreatedAgain)

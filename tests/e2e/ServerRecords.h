@@ -16,7 +16,6 @@ namespace e2etest {
 inline constexpr const char* batchReportPath = "SyncFileChanges.svc/SyncFilesInTableAndCloud";
 inline constexpr const char* insertFilePath = "SyncFileChanges.svc/InsertFile";
 inline constexpr const char* sharedTransferPath = "SyncFileChanges.svc/InsertSharedFilesTransfer";
-inline constexpr const char* errorLogPath = "MAC/ErrorLog.svc/LogError";
 
 struct ServerFile {
     std::string fileId;
