@@ -1,9 +1,13 @@
 #pragma once
 
 // The request records: one plain record per server method, filled by the caller and turned into the request body
-// by QueryParser. Every property is text, absent until set; an absent property leaves its key out of the request.
+// by QueryParser. Every property is text but one, absent until set; an absent property leaves its key out of the
+// request. The one is the file number of a shared rename (InsertSharedFilesTransferQuery::baseSystemFileID), which
+// the engine sends as the number the file attributes give, so it travels as a JSON number.
 // Property names keep the protocol's own spellings (computerId beside computerID, upper-case names in three
 // records); the keys they travel under are in QueryKeys.h.
+
+#include "platform/Value.h"
 
 #include <optional>
 #include <string>
@@ -12,6 +16,8 @@ namespace messages {
 
 // A text property of a request record: absent, or the text the caller put in (flags, sizes and dates included).
 using Text = std::optional<std::string>;
+// A property that holds a value of any kind, sent as it is.
+using AnyValue = std::optional<platform::Value>;
 
 struct UserRegistrationQuery {
     Text mailId;
@@ -166,7 +172,7 @@ struct InsertSharedFilesTransferQuery {
     Text oldFullPath;
     Text fullPath;
     Text isFile;
-    Text baseSystemFileID;
+    AnyValue baseSystemFileID;
     Text prevFolderFileID;
     Text changeType;
     Text StrXMLFileID;

@@ -180,7 +180,8 @@ void SyncFilesXpcService::performSharedFilesRenameProcess(const std::string& pat
     query.oldFullPath = relativeServerPath(oldPath, root);
     query.fullPath = relativeServerPath(pathText, root);
     query.isFile = wireText(isFile);
-    query.baseSystemFileID = fileNumberText(attributes->fileNumber);
+    // The file number as the attributes give it, a number, not its text as everywhere else.
+    query.baseSystemFileID = Value::unsignedInteger(attributes->fileNumber);
     query.prevFolderFileID = wireText(parentOwnerFileID);
     query.changeType = "2";
     query.StrXMLFileID = wireText(previousFileID);

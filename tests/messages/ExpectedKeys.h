@@ -9,15 +9,18 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 namespace messages::testing {
 
-// One expected key of a request body and the property its value must come from.
+// One expected key of a request body and the property its value must come from: a text property, or the one that
+// holds a value of any kind.
 template<typename Query>
 struct ExpectedKey {
     std::string key;
-    Text Query::*property;
+    std::variant<Text Query::*, AnyValue Query::*> property;
 };
 
 // Sets every listed property to a text naming its key, encodes, and expects exactly the listed keys, in order,
@@ -26,20 +29,29 @@ template<typename Query, typename EncodeOne>
 void expectEncodedKeys(const char* record, EncodeOne encodeOne, const std::vector<ExpectedKey<Query>>& expected)
 {
     SCOPED_TRACE(record);
-    EXPECT_EQ(sizeof(Query), expected.size() * sizeof(Text)) << "the list does not name every property";
     Query query;
+    std::size_t listedSize = 0;
     std::vector<std::string> expectedKeys;
-    for (const auto& [key, property] : expected) {
-        query.*property = "value for " + key;
-        expectedKeys.push_back(key);
+    for (const auto& expectation : expected) {
+        std::visit(
+            [&](auto property) {
+                listedSize += sizeof(query.*property);
+                if constexpr (std::is_same_v<std::remove_reference_t<decltype(query.*property)>, Text>)
+                    query.*property = "value for " + expectation.key;
+                else
+                    query.*property = platform::Value("value for " + expectation.key);
+            },
+            expectation.property);
+        expectedKeys.push_back(expectation.key);
     }
+    EXPECT_EQ(sizeof(Query), listedSize) << "the list does not name every property";
     const platform::Value body = encodeOne(query);
     ASSERT_TRUE(body.isDictionary());
     EXPECT_EQ(body.keys(), expectedKeys);
-    for (const auto& [key, property] : expected) {
-        const platform::Value* value = body.find(key);
-        ASSERT_NE(value, nullptr) << key;
-        EXPECT_EQ(*value, platform::Value("value for " + key)) << key;
+    for (const auto& expectation : expected) {
+        const platform::Value* value = body.find(expectation.key);
+        ASSERT_NE(value, nullptr) << expectation.key;
+        EXPECT_EQ(*value, platform::Value("value for " + expectation.key)) << expectation.key;
     }
 }
 

@@ -198,6 +198,19 @@ TEST(RequestEncoding, EveryRequestRecordWithAllPropertiesSetEncodesToExactlyItsK
 
 // ---------------------------------------------------------------- Encoding rules
 
+TEST(RequestEncoding, TheFileNumberOfASharedRenameTravelsAsAJsonNumber)
+{
+    InsertSharedFilesTransferQuery query;
+    query.baseSystemFileID = Value::unsignedInteger(18446744073709551615u);
+    query.changeType = "2";
+    const Value sent = platform::readJson(platform::writeJson(QueryParser::parseInsertSharedFilesTransferQuery(query)));
+    const Value* number = sent.find("BaseSystemFileID");
+    ASSERT_NE(number, nullptr);
+    ASSERT_TRUE(number->isNumber()) << number->description();
+    EXPECT_EQ(number->number().uint64Value(), 18446744073709551615u);
+    EXPECT_EQ(*sent.find("ChangeType"), Value("2"));
+}
+
 TEST(RequestEncoding, RegisterComputerWithOnlyTheUserSetSendsUserIdAloneWithoutANullPath)
 {
     RegisterComputerQuery query;

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <set>
 #include <string>
+#include <vector>
 #include <thread>
 
 using namespace synctest;
@@ -20,10 +21,12 @@ constexpr const char* batchPath = "SyncFileChanges.svc/SyncFilesInTableAndCloud"
 
 class ReportRace : public ServerFixture {
 protected:
-    ReportRace()
+    ReportRace() { makeActiveSharedFolder("Team (Shared)"); }
+
+    // The last component of a path in the server's form.
+    static std::string lastPathComponentOf(const std::string& serverPath)
     {
-        makeFolder("Team (Shared)");
-        storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)") }));
+        return serverPath.substr(serverPath.rfind('\\') + 1);
     }
 
     // The files of `list` whose entries name an item of the shared folder, each once.
@@ -108,6 +111,30 @@ TEST_F(ReportRace, EntriesAppendedWhilePassesRunAreNeverLost)
     service->logErrorMethod();
     ASSERT_TRUE(waitForReplies(sent + 1));
     EXPECT_EQ(admin("requests").count(), sent + 1);
+}
+
+TEST_F(ReportRace, EachReportSendsTheChangeListItsPassHandedOver)
+{
+    // The second pass empties and refills the change list while the first report may not have been sent yet.
+    writeFile("a.txt", "alpha");
+    firstPass();
+    writeFile("b.txt", "beta");
+    nextPass();
+    ASSERT_TRUE(waitForReplies(2));
+
+    std::multiset<std::vector<std::string>> handedOver, sent;
+    for (const auto& call : service->calls()) {
+        if (call.operation == "SyncFilesWithTableAndCloudProcess")
+            handedOver.insert(summary(call.changes));
+    }
+    for (const Value& batch : bodiesOf(batchPath)) {
+        std::vector<std::string> lines;
+        for (const Value& change : batch.elements())
+            lines.push_back(text(change, "ChangeType") + " " + lastPathComponentOf(text(change, "FullPath")));
+        sent.insert(lines);
+    }
+    EXPECT_EQ(handedOver.size(), 2u);
+    EXPECT_EQ(sent, handedOver);
 }
 
 TEST_F(ReportRace, AReportCompletionAndALaterPassBothLeaveTheTableWhole)

@@ -53,6 +53,8 @@ protected:
     // The shared-files entry of a folder directly in the synced folder (its name holding "(Shared)") that is active
     // and owned by this user ("OwnerFileID" "0", "Blocked" "0"), with the mapping "M-1".
     platform::Value sharedFolderRecord(const std::string& relative) const;
+    // Makes that folder and stores a shared-files list holding only its entry.
+    void makeActiveSharedFolder(const std::string& relative) const;
     // The shared-files list as stored in its domain (absent when not stored).
     std::optional<platform::Value> storedSharedList() const;
     void storeSharedList(const platform::Value& list) const;

@@ -16,11 +16,7 @@ constexpr const char* sharedDomain = "Ulmaridon.SharedFilesXpcService";
 
 class SharedFiles : public ServerFixture {
 protected:
-    SharedFiles()
-    {
-        makeFolder("Team (Shared)");
-        storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)") }));
-    }
+    SharedFiles() { makeActiveSharedFolder("Team (Shared)"); }
 
     // The entry of the in-memory list whose "FileName" is `relative`'s path; a test failure when there is none.
     Value entryNamed(const Value& list, const std::string& relative) const
@@ -47,6 +43,37 @@ protected:
         return record({ { "OwnerFileID", "77" }, { "UserComputerMapID", "M-9" }, { "FileName", path(relative) },
             { "IsFile", "True" }, { "MyFile", myFile }, { "Blocked", "0" }, { "FileID", fileNumber(numberOf) },
             { "SavedFileID", "" } });
+    }
+
+    // The InsertFile requests a pass sends for a new item of the shared folder whose entry has `key` = `value`.
+    std::size_t insertFileRequestsWithFolderField(const std::string& key, const std::string& value)
+    {
+        Value folder = sharedFolderRecord("Team (Shared)");
+        folder.setObject(Value(value), key);
+        storeSharedList(Value::array({ folder }));
+        writeFile("Team (Shared)/a.txt", "alpha");
+        firstPass();
+        waitForRequestsOfThePass(0);
+        return bodiesOf(insertFilePath).size();
+    }
+
+    // An item at "Team (Shared)/new.txt" whose entry still names "old.txt", made by this computer or not.
+    void renamedItem(const std::string& myFile)
+    {
+        writeFile("Team (Shared)/new.txt", "alpha");
+        storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
+            itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", myFile) }));
+    }
+
+    // The one shared-transfer request that a pass sends for an item this computer made and that was renamed.
+    Value transferOfRenamedItem()
+    {
+        renamedItem("1");
+        firstPass();
+        EXPECT_TRUE(waitForReplies(1));
+        auto bodies = bodiesOf(transferPath);
+        EXPECT_EQ(bodies.size(), 1u);
+        return bodies.empty() ? Value::dictionary() : bodies[0];
     }
 
     // The error report serves as a marker: once its reply has come, a request the pass had sent before it would
@@ -123,24 +150,12 @@ TEST_F(SharedFiles, ACreatedSharedFolderIsNotAFileOnlyWhenTheLastFieldOfItsCompo
 
 TEST_F(SharedFiles, NoRequestForAnItemInABlockedSharedFolder)
 {
-    Value blocked = sharedFolderRecord("Team (Shared)");
-    blocked.setObject(Value("1"), "Blocked");
-    storeSharedList(Value::array({ blocked }));
-    writeFile("Team (Shared)/a.txt", "alpha");
-    firstPass();
-    waitForRequestsOfThePass(0);
-    EXPECT_EQ(bodiesOf(insertFilePath).size(), 0u);
+    EXPECT_EQ(insertFileRequestsWithFolderField("Blocked", "1"), 0u);
 }
 
 TEST_F(SharedFiles, NoRequestForAnItemInAFolderSharedByAnotherOwner)
 {
-    Value othersFolder = sharedFolderRecord("Team (Shared)");
-    othersFolder.setObject(Value("4711"), "OwnerFileID");
-    storeSharedList(Value::array({ othersFolder }));
-    writeFile("Team (Shared)/a.txt", "alpha");
-    firstPass();
-    waitForRequestsOfThePass(0);
-    EXPECT_EQ(bodiesOf(insertFilePath).size(), 0u);
+    EXPECT_EQ(insertFileRequestsWithFolderField("OwnerFileID", "4711"), 0u);
 }
 
 TEST_F(SharedFiles, ANewItemTheServerRefusesGetsNoEntryAndIsTriedAgainByTheNextPass)
@@ -172,9 +187,7 @@ TEST_F(SharedFiles, ANewItemWhoseRequestFailsGetsNoEntry)
 
 TEST_F(SharedFiles, ARenameOfAnItemOfAnotherUserUpdatesItsEntryAndSendsNothing)
 {
-    writeFile("Team (Shared)/new.txt", "alpha");
-    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
-        itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "0") }));
+    renamedItem("0");
     firstPass();
     waitForRequestsOfThePass(0);
 
@@ -188,15 +201,7 @@ TEST_F(SharedFiles, ARenameOfAnItemOfAnotherUserUpdatesItsEntryAndSendsNothing)
 
 TEST_F(SharedFiles, ASharedRenameSendsBackslashPathsBelowTheSyncedFolderAndChangeTypeTwo)
 {
-    writeFile("Team (Shared)/new.txt", "alpha");
-    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
-        itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "1") }));
-    firstPass();
-    ASSERT_TRUE(waitForReplies(1));
-
-    auto bodies = bodiesOf(transferPath);
-    ASSERT_EQ(bodies.size(), 1u);
-    const Value& sent = bodies[0];
+    const Value sent = transferOfRenamedItem();
     EXPECT_EQ(text(sent, "OldFullPath"), "\\Team (Shared)\\old.txt");
     EXPECT_EQ(text(sent, "FullPath"), "\\Team (Shared)\\new.txt");
     EXPECT_EQ(text(sent, "ChangeType"), "2");
@@ -209,11 +214,18 @@ TEST_F(SharedFiles, ASharedRenameSendsBackslashPathsBelowTheSyncedFolderAndChang
     EXPECT_EQ(text(sent, "StrXMLFileID"), fileNumber("Team (Shared)/new.txt"));
 }
 
+TEST_F(SharedFiles, ASharedRenameSendsTheFileNumberAsAJsonNumber)
+{
+    const Value sent = transferOfRenamedItem();
+    const Value* number = sent.find("BaseSystemFileID");
+    ASSERT_NE(number, nullptr);
+    ASSERT_TRUE(number->isNumber()) << number->description();
+    EXPECT_EQ(std::to_string(number->number().uint64Value()), fileNumber("Team (Shared)/new.txt"));
+}
+
 TEST_F(SharedFiles, ASharedRenameStoresTheListBeforeTheRequestAndAgainWhenTheServerAccepts)
 {
-    writeFile("Team (Shared)/new.txt", "alpha");
-    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
-        itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "1") }));
+    renamedItem("1");
     FileReplacements replacements(root.string() + "/Preferences");
     firstPass();
     ASSERT_TRUE(waitForReplies(1));
@@ -224,9 +236,7 @@ TEST_F(SharedFiles, ASharedRenameStoresTheListBeforeTheRequestAndAgainWhenTheSer
 TEST_F(SharedFiles, AFailedSharedRenameRequestKeepsTheStoredRenameAndIsNotSentAgain)
 {
     addFault("drop", transferPath);
-    writeFile("Team (Shared)/new.txt", "alpha");
-    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"),
-        itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "1") }));
+    renamedItem("1");
     FileReplacements replacements(root.string() + "/Preferences");
     firstPass();
     ASSERT_TRUE(waitForReplies(1));
