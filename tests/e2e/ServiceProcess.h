@@ -47,7 +47,8 @@ private:
 
 class ServiceProcess {
 public:
-    // Starts the service acting as OS version `appKitVersion` (absent: the current one) and waits for its socket.
+    // Starts the service acting as OS version `appKitVersion` (absent: the current one) and waits until its socket
+    // takes connections.
     // `program` and `arguments` put a launcher in front of it (systemd-socket-activate), when given.
     ServiceProcess(const ServiceFolders& folders, const std::optional<std::string>& appKitVersion,
         const std::vector<std::string>& launcher = {});

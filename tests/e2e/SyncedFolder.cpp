@@ -101,8 +101,6 @@ void SyncedFolder::restartServerAndService()
 {
     m_service->stop();
     m_service.reset();
-    // The stopped service leaves its socket file behind; the new one is ready when it has made its own.
-    fs::remove(m_folders.socketPath());
     if (m_server)
         stopServer();
     startServer();
