@@ -123,7 +123,21 @@ testing::AssertionResult SyncedFolder::changeAndSync(const std::string& command)
         return ran;
     if (auto synced = syncStep(); !synced)
         return synced;
-    return serverMatchesFolder();
+    auto matches = serverMatchesFolder();
+    if (!matches)
+        matches << "\nafter the changes of the last report:" << lastReportDescription();
+    return matches;
+}
+
+std::string SyncedFolder::lastReportDescription() const
+{
+    const auto bodies = m_records->requestBodies(batchReportPath);
+    std::ostringstream description;
+    if (!bodies.empty() && bodies.back().isArray())
+        for (const Value& change : bodies.back().elements())
+            description << "\n  " << textOf(change.find("ChangeType")) << " " << textOf(change.find("FullPath")) << " ("
+                        << textOf(change.find("BaseSystemFileID")) << ")";
+    return description.str();
 }
 
 std::string SyncedFolder::logTail() const

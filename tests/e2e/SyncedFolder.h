@@ -76,6 +76,8 @@ protected:
     void restartServerAndService();
     // The end of the service's log, for failure messages.
     std::string logTail() const;
+    // The changes of the last batch report (type, path, file number), one per line, for failure messages.
+    std::string lastReportDescription() const;
     void stopServer();
 
     ServiceFolders m_folders;
