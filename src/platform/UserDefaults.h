@@ -73,6 +73,8 @@ public:
     void removePersistentDomainForName(std::string_view name);
     // The names of every domain in the folder, in byte order.
     std::vector<std::string> persistentDomainNames() const;
+    // The file that holds the domain `name`, whether or not it exists.
+    std::filesystem::path pathOf(const std::string& name) const;
 
     // How many times this object has parsed a domain file (for tests and measurements).
     std::uint64_t parseCount() const;
@@ -93,7 +95,6 @@ private:
     // Writes the domain file from its encoded text. Encoding comes first (writePreferenceJson), so that a domain
     // that cannot be written raises before anything on disk changes.
     void storeDomain(const std::string& name, const std::string& text);
-    std::filesystem::path pathOf(const std::string& name) const;
     static void reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,
         const std::optional<FileIdentity>& version, const std::string& reason);
 

@@ -171,6 +171,34 @@ TEST_F(SharedFiles, AReportedSharedFolderChangeIsStoredAsItCame)
     EXPECT_EQ(platform::readJson(rows.at(0).find("record")->string()), QueryParser::parseInsertSharedFilesTransferQuery(query));
 }
 
+TEST_F(SharedFiles, InsertFileOfASharedItemInFiveFieldsStoresItsPathAndAttributes)
+{
+    InsertFileQuery query;
+    query.computerID = "map-3";
+    query.fullPath = "1*4711\\docs\\f.txt*2*11-22-2026 03:04:05 AM*1";
+    const auto reply = ask(*server, o::asyncInsertFile, query);
+    EXPECT_EQ(textOf(reply.returnStatus), "0");
+    const auto table = fileTable(*server, "map-3");
+    ASSERT_EQ(table.size(), 1u);
+    EXPECT_EQ(textOf(reply.fileID), std::to_string(table.at("4711\\docs\\f.txt")));
+}
+
+TEST_F(SharedFiles, ASharedRenameWhoseFileNumberIsAJsonNumberIsStoredAsItCame)
+{
+    InsertSharedFilesTransferQuery query;
+    query.computerID = "7";
+    query.oldFullPath = "\\Team (Shared)\\a.txt";
+    query.fullPath = "\\Team (Shared)\\b.txt";
+    query.baseSystemFileID = Value(platform::Number::fromUnsignedLongLong(123456));
+    query.changeType = "2";
+    EXPECT_EQ(textOf(ask(*server, o::asyncInsertSharedFilesTransfer, query).returnStatus), "0");
+    const auto rows = get(server->adminUrl("shared-changes")).json();
+    ASSERT_EQ(rows.count(), 1u);
+    const Value record = platform::readJson(rows.at(0).find("record")->string());
+    EXPECT_EQ(record, QueryParser::parseInsertSharedFilesTransferQuery(query));
+    EXPECT_TRUE(record.find("BaseSystemFileID")->isNumber());
+}
+
 TEST_F(SharedFiles, UploadFileWithStreamAnswersWhetherTheComputersTableHoldsThePath)
 {
     postBatch(*server, { { "Created", "h\\shared\\a.txt" } });

@@ -8,6 +8,9 @@
 #include "messages/WireCodec.h"
 #include "platform/Json.h"
 
+#include <string>
+#include <vector>
+
 namespace devserver {
 
 UpdateComputerStatusResponseData updateComputerStatus(Tables& tables, const UpdateComputerStatusQuery& query)
@@ -47,12 +50,39 @@ std::vector<SyncFilesInTableAndCloudResponseData> syncFilesInTableAndCloud(
     return replies;
 }
 
+namespace {
+
+    // A shared item as the client names it: "1*<path>*<size in KB>*<time>*<is-file>", the path relative to the shared
+    // folder's owner id. Another text is a plain path without attributes.
+    struct InsertedItem {
+        std::string path;
+        FileAttributes attributes;
+    };
+
+    InsertedItem insertedItem(const std::string& fullPath)
+    {
+        std::vector<std::string> fields;
+        for (std::size_t start = 0;;) {
+            std::size_t star = fullPath.find('*', start);
+            fields.push_back(fullPath.substr(start, star == std::string::npos ? std::string::npos : star - start));
+            if (star == std::string::npos)
+                break;
+            start = star + 1;
+        }
+        if (fields.size() != 5 || fields[1].empty())
+            return { fullPath, {} };
+        return { fields[1], { .isFile = fields[4], .fileSize = fields[2], .modifiedDate = fields[3], .baseSystemFileId = std::nullopt } };
+    }
+
+}
+
 InsertFileResponseData insertFile(Tables& tables, const InsertFileQuery& query)
 {
     InsertFileResponseData reply;
     if (!isGiven(query.computerID) || !isGiven(query.fullPath))
         return setStatus(reply, false, "a computer and a path are required");
-    reply.fileID = text(tables.files.put(*query.computerID, *query.fullPath, {}));
+    const InsertedItem item = insertedItem(*query.fullPath);
+    reply.fileID = text(tables.files.put(*query.computerID, item.path, item.attributes));
     return setStatus(reply, true);
 }
 

@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
+#include <utility>
 
 namespace devserver {
 
@@ -23,8 +25,24 @@ bool hasKey(std::string_view key)
         [&](const auto&... entry) { return ((entry.key == key) || ...); }, messages::KeyList<Record>::keys);
 }
 
+// Whether the record's property under `key` is text; the one that is not (the file number of a shared rename) takes
+// a value of any kind.
+template<typename Record>
+bool isTextKey(std::string_view key)
+{
+    return std::apply(
+        [&](const auto&... entry) {
+            return ((entry.key == key
+                        && std::is_same_v<std::remove_cvref_t<decltype(std::declval<Record>().*entry.property)>,
+                            messages::Text>)
+                || ...);
+        },
+        messages::KeyList<Record>::keys);
+}
+
 // Refuses an object that is not what the record's key list describes: another kind of value, a key the list does
-// not have, or a value that is neither text nor null (the client sends the null object for some absent texts).
+// not have, or for a text property a value that is neither text nor null (the client sends the null object for
+// some absent texts).
 template<typename Record>
 void checkRecord(const platform::Value& object, const std::string& where)
 {
@@ -33,7 +51,7 @@ void checkRecord(const platform::Value& object, const std::string& where)
     for (const auto& [key, value] : object.entries()) {
         if (!hasKey<Record>(key))
             throw BadRequest(where + " has the unknown key \"" + key + "\"");
-        if (!value.isString() && !value.isNull())
+        if (!value.isString() && !value.isNull() && isTextKey<Record>(key))
             throw BadRequest("\"" + key + "\" of " + where + " is not text");
     }
 }

@@ -1,5 +1,7 @@
 #include "Command.h"
 
+#include "platform/PreferenceJson.h"
+
 #include <iostream>
 
 namespace korbanhold {
@@ -16,6 +18,17 @@ void failCommand(ExitStatus status, const std::string& message)
     // CLI11's own way of ending a callback with an exit status; runCommandLine turns it into the return value.
     throw CLI::RuntimeError(status);
 }
+
+std::string jsonText(const platform::Value& value, bool pretty)
+{
+    platform::JsonWriteOptions options;
+    options.prettyPrinted = pretty;
+    options.allowFragments = true;
+    options.escapeSlashes = false;
+    return platform::writePreferenceJson(value, options);
+}
+
+void printJson(const platform::Value& value) { std::cout << jsonText(value, true) << std::endl; }
 
 int runCommandLine(CLI::App& app, int argc, char** argv)
 {

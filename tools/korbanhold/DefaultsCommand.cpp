@@ -1,6 +1,7 @@
 #include "DefaultsCommand.h"
 
 #include "Command.h"
+#include "DomainFiles.h"
 
 #include "platform/PreferenceJson.h"
 #include "platform/UserDefaults.h"
@@ -24,22 +25,13 @@ template<typename Work>
 std::function<void()> withStore(Work work)
 {
     return [work] {
-        UserDefaults store("korbanhold", platform::preferencesFolder());
+        auto store = preferencesStore();
         try {
             work(store);
         } catch (const platform::Exception& error) {
             failCommand(exitUsage, error.reason());
         }
     };
-}
-
-void print(const Value& value)
-{
-    platform::JsonWriteOptions options;
-    options.prettyPrinted = true;
-    options.allowFragments = true;
-    options.escapeSlashes = false;
-    std::cout << platform::writePreferenceJson(value, options) << std::endl;
 }
 
 Value parseJson(const std::string& text)
@@ -131,9 +123,9 @@ void addRead(CLI::App& defaults)
     command->callback(withStore([arguments](UserDefaults& store) {
         const Value domain = existingDomain(store, arguments->domain);
         if (!arguments->hasKey())
-            return print(domain);
+            return printJson(domain);
         requireKey(domain, arguments->key, arguments->domain);
-        print(*domain.find(arguments->key));
+        printJson(*domain.find(arguments->key));
     }));
 }
 
@@ -200,7 +192,8 @@ void addExport(CLI::App& defaults)
 {
     auto arguments = std::make_shared<Arguments>();
     auto* command = addSubcommand(defaults, "export", "Print a domain as JSON, in the form import reads", *arguments);
-    command->callback(withStore([arguments](UserDefaults& store) { print(existingDomain(store, arguments->domain)); }));
+    command->callback(
+        withStore([arguments](UserDefaults& store) { printJson(existingDomain(store, arguments->domain)); }));
 }
 
 }

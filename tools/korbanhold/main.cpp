@@ -2,7 +2,9 @@
 
 #include "Command.h"
 #include "DefaultsCommand.h"
+#include "StatusCommand.h"
 #include "SyncCommand.h"
+#include "TableCommand.h"
 
 #include "platform/Log.h"
 
@@ -18,5 +20,7 @@ int main(int argc, char** argv)
     app.require_subcommand(1);
     korbanhold::addDefaultsCommand(app);
     korbanhold::addSyncCommand(app);
+    korbanhold::addTableCommand(app);
+    korbanhold::addStatusCommand(app);
     return korbanhold::runCommandLine(app, argc, argv);
 }

@@ -1,0 +1,169 @@
+// `korbanhold status`, run as a real process over a temporary preferences folder and runtime folder.
+
+#include "platform/UserDefaults.h"
+
+#include "support/Eventually.h"
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+using platform::Value;
+using testsupport::ProcessOptions;
+using testsupport::ProcessResult;
+using testsupport::TempDir;
+
+namespace {
+
+class StatusCommand : public ::testing::Test {
+protected:
+    StatusCommand()
+    {
+        std::filesystem::create_directory(runtime);
+        ::chmod(runtime.c_str(), 0700);
+    }
+
+    ProcessOptions options(std::optional<std::string> server = std::nullopt) const
+    {
+        ProcessOptions options;
+        options.environment = {
+            { "KORBANHOLD_PREFERENCES_DIR", preferences.string() },
+            { "KORBANHOLD_RUNTIME_DIR", runtime.string() },
+            { "KORBANHOLD_SERVER", std::move(server) },
+            { "LISTEN_FDS", std::nullopt },
+            { "LISTEN_PID", std::nullopt },
+        };
+        return options;
+    }
+
+    ProcessResult status(std::optional<std::string> server = std::nullopt) const
+    {
+        return testsupport::runProcess(testsupport::builtProgram("tools/korbanhold"), { "status" }, options(server));
+    }
+
+    void store(const std::string& domain, const Value& contents) const
+    {
+        platform::UserDefaults("test", preferences.path()).setPersistentDomain(contents, domain);
+    }
+
+    std::string fileOf(const std::string& domain) const { return (preferences.path() / (domain + ".json")).string(); }
+    std::string socketPath() const { return (runtime / "Ulmaridon.SyncFilesXpcService.sock").string(); }
+
+    static Value entries(int count)
+    {
+        platform::Array list;
+        for (int index = 0; index < count; ++index)
+            list.push_back(Value::dictionary({ { "FileID", Value(std::to_string(index)) } }));
+        return Value::arrayOf(std::move(list));
+    }
+
+    TempDir preferences;
+    TempDir root;
+    std::filesystem::path runtime = root.path() / "run";
+};
+
+bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+}
+
+TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
+{
+    store("Ulmaridon.FileWatcherXpcService", Value::dictionary({ { "FileWatcherStatusKey", Value("1") } }));
+    store("Ulmaridon.Korbanhold",
+        Value::dictionary({ { "korbanholdPathKey", Value("/home/ann") }, { "computerIdKey", Value("7") },
+            { "userIdKey", Value("4") }, { "unrelatedKey", Value("not shown") } }));
+    store("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", entries(1) } }));
+    store("Ulmaridon.SyncFilesXpcService", Value::dictionary({ { "FileWatchedDataKey", entries(3) } }));
+
+    const auto result = status("127.0.0.1:4321");
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_EQ(result.standardError, "");
+    EXPECT_EQ(result.standardOutput,
+        "Preferences folder: " + preferences.string() + "\n"
+        "Ulmaridon.FileWatcherXpcService: " + fileOf("Ulmaridon.FileWatcherXpcService") + "\n"
+        "  FileWatcherStatusKey: \"1\"\n"
+        "Ulmaridon.Korbanhold: " + fileOf("Ulmaridon.Korbanhold") + "\n"
+        "  korbanholdPathKey: \"/home/ann\"\n"
+        "  computerIdKey: \"7\"\n"
+        "  userIdKey: \"4\"\n"
+        "Ulmaridon.SharedFilesXpcService: " + fileOf("Ulmaridon.SharedFilesXpcService") + "\n"
+        "  SharedFileDataKey: 1 entry\n"
+        "Ulmaridon.SyncFilesXpcService: " + fileOf("Ulmaridon.SyncFilesXpcService") + "\n"
+        "  FileWatchedDataKey: 3 entries\n"
+        "Socket: " + socketPath() + " (not there: the service is not listening)\n"
+        "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n");
+}
+
+TEST_F(StatusCommand, AbsentDomainsAndKeysAreShownAsAbsentAndAreNoError)
+{
+    store("Ulmaridon.Korbanhold", Value::dictionary({ { "computerIdKey", Value("7") } }));
+
+    const auto result = status();
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_EQ(result.standardError, "");
+    const auto& out = result.standardOutput;
+    EXPECT_TRUE(contains(out, "Ulmaridon.FileWatcherXpcService: " + fileOf("Ulmaridon.FileWatcherXpcService")
+        + " (no file)\n  FileWatcherStatusKey: absent\n")) << out;
+    EXPECT_TRUE(contains(out, "  korbanholdPathKey: absent\n  computerIdKey: \"7\"\n  userIdKey: absent\n")) << out;
+    EXPECT_TRUE(contains(out, " (no file)\n  SharedFileDataKey: absent\n")) << out;
+    EXPECT_TRUE(contains(out, " (no file)\n  FileWatchedDataKey: absent\n")) << out;
+}
+
+TEST_F(StatusCommand, ValuesThatAreNotTextAreShownAsJson)
+{
+    store("Ulmaridon.FileWatcherXpcService", Value::dictionary({ { "FileWatcherStatusKey", Value::integer(1) } }));
+    store("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value("x") } }));
+
+    const auto result = status();
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_TRUE(contains(result.standardOutput, "  FileWatcherStatusKey: 1\n")) << result.standardOutput;
+    EXPECT_TRUE(contains(result.standardOutput, "  SharedFileDataKey: not a list: \"x\"\n")) << result.standardOutput;
+}
+
+TEST_F(StatusCommand, ACorruptDomainFileIsNamedTheRestIsPrintedAndTheStatusIsOne)
+{
+    store("Ulmaridon.Korbanhold", Value::dictionary({ { "computerIdKey", Value("7") } }));
+    testsupport::writeFile(fileOf("Ulmaridon.FileWatcherXpcService"), "not json");
+
+    const auto result = status();
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(contains(result.standardOutput, "Ulmaridon.FileWatcherXpcService: "
+        + fileOf("Ulmaridon.FileWatcherXpcService") + " (not valid, reads as absent)\n")) << result.standardOutput;
+    EXPECT_TRUE(contains(result.standardOutput, "  computerIdKey: \"7\"\n")) << result.standardOutput;
+    EXPECT_TRUE(contains(result.standardOutput, "Server: ")) << result.standardOutput;
+    EXPECT_TRUE(contains(result.standardError, fileOf("Ulmaridon.FileWatcherXpcService"))) << result.standardError;
+}
+
+TEST_F(StatusCommand, NamesTheDefaultServerWhenNoneIsChosen)
+{
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput,
+        "Server: http://localhost:8080/KorbanholdRestService/ (the default; KORBANHOLD_SERVER is unset)\n"))
+        << result.standardOutput;
+}
+
+TEST_F(StatusCommand, SaysThatTheSocketIsThereWhileTheServiceListens)
+{
+    testsupport::Process service(testsupport::builtProgram("tools/korbanhold-sync-service"), {}, options());
+    ASSERT_TRUE(testsupport::eventually([&] { return std::filesystem::is_socket(socketPath()); }));
+
+    const auto result = status();
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_TRUE(contains(result.standardOutput, "Socket: " + socketPath() + " (there)\n")) << result.standardOutput;
+}
+
+TEST_F(StatusCommand, SaysWhyThereIsNoSocketWithoutARuntimeFolder)
+{
+    auto options = this->options();
+    for (auto& [name, value] : options.environment) {
+        if (name == "KORBANHOLD_RUNTIME_DIR")
+            value.reset();
+    }
+    options.environment.push_back({ "XDG_RUNTIME_DIR", std::nullopt });
+    const auto result = testsupport::runProcess(testsupport::builtProgram("tools/korbanhold"), { "status" }, options);
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    EXPECT_TRUE(contains(result.standardOutput, "Socket: none (neither KORBANHOLD_RUNTIME_DIR nor XDG_RUNTIME_DIR"))
+        << result.standardOutput;
+}
