@@ -13,7 +13,7 @@ namespace {
 using e2etest::SyncedFolder;
 using platform::Value;
 
-class Faults : public SyncedFolder {
+class ReportFaults : public SyncedFolder {
 protected:
     // A step whose report meets `fault`: the pass ends, the faulted request reaches the server, and the service
     // logs `transportLine` once it has the outcome.
@@ -62,7 +62,7 @@ protected:
     Value tableBefore;
 };
 
-TEST_F(Faults, TheServerStoppedDuringAReportStoresNothingAndTheSameChangesAreReportedToTheServerOnceItIsBack)
+TEST_F(ReportFaults, TheServerStoppedDuringAReportStoresNothingAndTheSameChangesAreReportedToTheServerOnceItIsBack)
 {
     // The server takes the request and holds its reply; stopping the server then closes the connection unanswered.
     m_records->addFault(Value::dictionary({ { "kind", "withhold" }, { "path", e2etest::batchReportPath } }));
@@ -79,19 +79,19 @@ TEST_F(Faults, TheServerStoppedDuringAReportStoresNothingAndTheSameChangesAreRep
     expectSameChangesReportedAndConverged();
 }
 
-TEST_F(Faults, AReplyThatIsNotJsonStoresNothingAndTheNextRaisedPassReportsTheSameChanges)
+TEST_F(ReportFaults, AReplyThatIsNotJsonStoresNothingAndTheNextRaisedPassReportsTheSameChanges)
 {
     ASSERT_TRUE(stepMeetingFault("not-json", "response (null)"));
     expectReportedAgainAndConverged();
 }
 
-TEST_F(Faults, ADroppedConnectionStoresNothingAndTheNextRaisedPassReportsTheSameChanges)
+TEST_F(ReportFaults, ADroppedConnectionStoresNothingAndTheNextRaisedPassReportsTheSameChanges)
 {
     ASSERT_TRUE(stepMeetingFault("drop", "network error"));
     expectReportedAgainAndConverged();
 }
 
-TEST_F(Faults, AnHttp500WithAJsonObjectCountsAsAcceptedSoTheTableIsStoredThoughTheServerChangedNothing)
+TEST_F(ReportFaults, AnHttp500WithAJsonObjectCountsAsAcceptedSoTheTableIsStoredThoughTheServerChangedNothing)
 {
     const auto stores = m_folders.logCount(e2etest::reportStored);
     m_records->addFault(Value::dictionary({ { "kind", "error-json" }, { "path", e2etest::batchReportPath } }));
@@ -109,7 +109,7 @@ TEST_F(Faults, AnHttp500WithAJsonObjectCountsAsAcceptedSoTheTableIsStoredThoughT
     EXPECT_TRUE(lastChangeListWasEmpty());
 }
 
-TEST_F(Faults, AnExceptionInAPassReachesTheServersErrorLogAndTheLoopGoesOnUntilTheTableIsRepaired)
+TEST_F(ReportFaults, AnExceptionInAPassReachesTheServersErrorLogAndTheLoopGoesOnUntilTheTableIsRepaired)
 {
     // A table entry without "oldPathKey" makes every pass fail while it is read.
     Value broken = tableBefore;

@@ -132,8 +132,7 @@ TEST_F(SharedFolder, ARenameInsideSendsTheFileNumberAsAJsonNumberUnlikeEveryOthe
     EXPECT_TRUE(body.find("BaseSystemFileID")->isNumber()) << body.find("BaseSystemFileID")->description();
 }
 
-// KNOWN FAILURE, in korbanhold-devserver: it refuses a request field that is not text (HTTP 400), so the one
-// number the service sends keeps the shared rename out of the server's shared changes.
+// The one request field that is not text must not keep the rename out of the server's shared changes.
 TEST_F(SharedFolder, TheServerKeepsTheSharedRenameItIsSent)
 {
     ASSERT_TRUE(createSharedFile());
