@@ -3,7 +3,11 @@
 #include "support/Eventually.h"
 
 #include <csignal>
+#include <cstring>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace e2etest {
 
@@ -23,6 +27,19 @@ std::vector<std::string> shellArguments(const std::filesystem::path& logPath, co
     std::vector<std::string> arguments = { "-c", "log=$1; shift; exec \"$@\" 2>\"$log\"", "sh", logPath.string() };
     arguments.insert(arguments.end(), command.begin(), command.end());
     return arguments;
+}
+
+// True when the socket at `path` takes a connection. The socket file appears at bind(), before the service listens,
+// so its existence alone does not say that the service is ready.
+bool acceptsConnections(const std::filesystem::path& path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool connected = ::connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    ::close(probe);
+    return connected;
 }
 
 }
@@ -52,6 +69,7 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
         { "KORBANHOLD_RUNTIME_DIR", m_runtime.string() },
         { "KORBANHOLD_PREFERENCES_DIR", m_preferences.string() },
         { "KORBANHOLD_APPKIT_VERSION", appKitVersion },
+        { "KORBANHOLD_SERVER", m_server },
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };
@@ -95,7 +113,7 @@ ServiceProcess::ServiceProcess(const ServiceFolders& folders, const std::optiona
         return shellArguments(folders.logPath(), command);
     }(), folders.options(appKitVersion))
 {
-    m_listening = testsupport::eventually([&] { return std::filesystem::exists(folders.socketPath()); });
+    m_listening = testsupport::eventually([&] { return acceptsConnections(folders.socketPath()); });
 }
 
 testsupport::ProcessResult ServiceProcess::stop()

@@ -22,6 +22,8 @@ public:
     std::filesystem::path socketPath() const;
     std::filesystem::path preferencesFolder() const { return m_preferences; }
     std::filesystem::path logPath() const { return m_root / "service.log"; }
+    // The REST server ("host:port") the service reports to; unset, the service uses its default.
+    void setServer(std::string address) { m_server = std::move(address); }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -40,11 +42,13 @@ private:
     testsupport::TempDir m_root;
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
+    std::optional<std::string> m_server;
 };
 
 class ServiceProcess {
 public:
-    // Starts the service acting as OS version `appKitVersion` (absent: the current one) and waits for its socket.
+    // Starts the service acting as OS version `appKitVersion` (absent: the current one) and waits until its socket
+    // takes connections.
     // `program` and `arguments` put a launcher in front of it (systemd-socket-activate), when given.
     ServiceProcess(const ServiceFolders& folders, const std::optional<std::string>& appKitVersion,
         const std::vector<std::string>& launcher = {});
