@@ -18,6 +18,14 @@ protected:
         return std::to_string(reply.json().find("shared_file_transfer_id")->number().int64Value());
     }
 
+    static InsertFileResponseData insertFile(const std::string& computer, std::optional<std::string> fullPath)
+    {
+        InsertFileQuery query;
+        query.computerID = computer;
+        query.fullPath = std::move(fullPath);
+        return ask(*server, o::asyncInsertFile, query);
+    }
+
     static GetSharedFilesTransferDataResponseData transferData()
     {
         GetSharedFilesTransferDataQuery query;
@@ -146,15 +154,11 @@ TEST_F(SharedFiles, ARecordThatIsNotAJsonObjectIsRefusedByTheAdminInterface)
 
 TEST_F(SharedFiles, InsertFileAssignsAFileIdAndAKnownPathKeepsIt)
 {
-    InsertFileQuery query;
-    query.computerID = "7";
-    query.fullPath = "h\\shared\\new.txt";
-    const auto first = ask(*server, o::asyncInsertFile, query);
+    const auto first = insertFile("7", "h\\shared\\new.txt");
     EXPECT_EQ(textOf(first.returnStatus), "0");
     EXPECT_EQ(textOf(first.fileID), std::to_string(fileTable(*server, "7").at("h\\shared\\new.txt")));
-    EXPECT_EQ(textOf(ask(*server, o::asyncInsertFile, query).fileID), textOf(first.fileID));
-    query.fullPath.reset();
-    EXPECT_EQ(textOf(ask(*server, o::asyncInsertFile, query).returnStatus), "1");
+    EXPECT_EQ(textOf(insertFile("7", "h\\shared\\new.txt").fileID), textOf(first.fileID));
+    EXPECT_EQ(textOf(insertFile("7", std::nullopt).returnStatus), "1");
 }
 
 TEST_F(SharedFiles, AReportedSharedFolderChangeIsStoredAsItCame)
@@ -173,14 +177,15 @@ TEST_F(SharedFiles, AReportedSharedFolderChangeIsStoredAsItCame)
 
 TEST_F(SharedFiles, InsertFileOfASharedItemInFiveFieldsStoresItsPathAndAttributes)
 {
-    InsertFileQuery query;
-    query.computerID = "map-3";
-    query.fullPath = "1*4711\\docs\\f.txt*2*11-22-2026 03:04:05 AM*1";
-    const auto reply = ask(*server, o::asyncInsertFile, query);
+    const auto reply = insertFile("map-3", "1*4711\\docs\\f.txt*2*11-22-2026 03:04:05 AM*1");
     EXPECT_EQ(textOf(reply.returnStatus), "0");
-    const auto table = fileTable(*server, "map-3");
-    ASSERT_EQ(table.size(), 1u);
-    EXPECT_EQ(textOf(reply.fileID), std::to_string(table.at("4711\\docs\\f.txt")));
+    const auto rows = get(server->adminUrl("files?computer=map-3")).json();
+    ASSERT_EQ(rows.count(), 1u);
+    EXPECT_EQ(*rows.at(0).find("full_path"), Value("4711\\docs\\f.txt"));
+    EXPECT_EQ(rows.at(0).find("file_id")->description(), textOf(reply.fileID));
+    EXPECT_EQ(*rows.at(0).find("is_file"), Value("1"));
+    EXPECT_EQ(*rows.at(0).find("file_size"), Value("2"));
+    EXPECT_EQ(*rows.at(0).find("modified_date"), Value("11-22-2026 03:04:05 AM"));
 }
 
 TEST_F(SharedFiles, ASharedRenameWhoseFileNumberIsAJsonNumberIsStoredAsItCame)
