@@ -66,22 +66,14 @@ TEST(HttpLoad, AThousandRequestsInFlightEachReportOnceAndLeaveNoDescriptorOpen)
     const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
     testhooks::resetPeakTransferCount();
 
-    std::atomic<bool> sampling { true };
-    std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
-    std::thread sampler([&] {
-        while (sampling) {
-            peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
-            std::this_thread::sleep_for(2ms);
-        }
-    });
+    testsupport::PeakDescriptorSampler descriptorSampler;
 
     const auto started = std::chrono::steady_clock::now();
     for (int index = 0; index < requestCount; ++index)
         send(index);
     ASSERT_TRUE(waitForReports(requestCount + 1));
     const auto elapsed = std::chrono::steady_clock::now() - started;
-    sampling = false;
-    sampler.join();
+    const std::size_t peakDescriptors = descriptorSampler.stop();
     queue->sync([] { });
 
     EXPECT_EQ(waitForNoTransfers(), 0u);

@@ -104,22 +104,14 @@ protected:
         const std::size_t descriptorsBefore = testsupport::openDescriptorCount();
         platform::http::testhooks::resetPeakTransferCount();
 
-        std::atomic<bool> sampling { true };
-        std::atomic<std::size_t> peakDescriptors { descriptorsBefore };
-        std::thread sampler([&] {
-            while (sampling) {
-                peakDescriptors = std::max(peakDescriptors.load(), testsupport::openDescriptorCount());
-                std::this_thread::sleep_for(2ms);
-            }
-        });
+        testsupport::PeakDescriptorSampler descriptorSampler;
 
         const auto started = std::chrono::steady_clock::now();
         for (int call = 0; call < callCount; ++call)
             start(call);
         const bool allCalledBack = counter.waitFor(callCount + 1);
         const auto elapsed = std::chrono::steady_clock::now() - started;
-        sampling = false;
-        sampler.join();
+        const std::size_t peakDescriptors = descriptorSampler.stop();
         MainQueueThread::drain();
 
         EXPECT_TRUE(allCalledBack);
