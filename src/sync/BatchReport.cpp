@@ -90,7 +90,8 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
             std::optional<Value> korbanholdPath;
             {
                 std::lock_guard lock(m_fieldsMutex);
-                korbanholdPath = m_korbanholdPrefs ? m_korbanholdPrefs->objectForKey(settings::korbanholdPath) : std::nullopt;
+                if (const Value* setting = settingsValue(settings::korbanholdPath))
+                    korbanholdPath = *setting;
             }
             auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
             auto self = shared_from_this();

@@ -21,9 +21,8 @@ void SyncFilesXpcService::logErrorMethod()
     query.errorMessage = "Exception has occured";
     {
         std::lock_guard lock(m_fieldsMutex);
-        const Value* settingsDomain = m_korbanholdPrefs ? &*m_korbanholdPrefs : nullptr;
-        query.computerId = wireText(settingsDomain ? settingsDomain->find(settings::computerId) : nullptr);
-        query.userId = wireText(settingsDomain ? settingsDomain->find(settings::userId) : nullptr);
+        query.computerId = wireText(settingsValue(settings::computerId));
+        query.userId = wireText(settingsValue(settings::userId));
     }
     rest::RestInterface::asyncLogError(query,
         [](const rest::Outcome<messages::LogErrorResponseData>& object, rest::TransportStatus) {

@@ -26,7 +26,7 @@ void SyncFilesXpcService::performFileModificationProcess(std::size_t index)
 void SyncFilesXpcService::performFileDeletionProcess()
 {
     std::lock_guard lock(m_fieldsMutex);
-    const Value* computerId = settingsComputerId();
+    const Value* computerId = settingsValue(settings::computerId);
     m_userDefaultsArray.removeMarkedEntries(
         [&](const EntryView& entry) { m_changedListArray.append(deletedRecord(entry, computerId)); });
 }
@@ -48,7 +48,7 @@ ItemTexts SyncFilesXpcService::textsOf(std::size_t index)
 // A new item: the table and the change list get the same record.
 void SyncFilesXpcService::createItem(std::size_t index)
 {
-    Value record = createdRecord(textsOf(index), settingsComputerId());
+    Value record = createdRecord(textsOf(index), settingsValue(settings::computerId));
     m_userDefaultsArray.append(record);
     m_changedListArray.append(std::move(record));
 }
@@ -62,7 +62,7 @@ void SyncFilesXpcService::modifyItem(std::size_t index)
     if (!position)
         raiseIndexBeyondBounds(0, 0);
     Value fileID = cleanedFileID(m_userDefaultsArray.at(*position).find(keys::fileID));
-    Value record = modifiedRecord(texts, fileID, settingsComputerId());
+    Value record = modifiedRecord(texts, fileID, settingsValue(settings::computerId));
     m_userDefaultsArray.replace(*position, record);
     m_changedListArray.append(std::move(record));
 }

@@ -35,7 +35,7 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
 // taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
 void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::string& path)
 {
-    const Value* computerId = settingsComputerId();
+    const Value* computerId = settingsValue(settings::computerId);
 
     // Mark the entry as seen, so that the deletion process leaves it.
     m_userDefaultsArray.markSeen(j, computerId);

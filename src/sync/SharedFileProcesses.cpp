@@ -174,7 +174,7 @@ void SyncFilesXpcService::performSharedFilesRenameProcess(const std::string& pat
     query.fileID = wireText(ownerFileID);
     {
         std::lock_guard lock(m_fieldsMutex);
-        query.computerID = wireText(m_korbanholdPrefs ? m_korbanholdPrefs->find(settings::computerId) : nullptr);
+        query.computerID = wireText(settingsValue(settings::computerId));
     }
     query.userComputerID = wireText(userComputerMapID);
     query.oldFullPath = relativeServerPath(oldPath, root);

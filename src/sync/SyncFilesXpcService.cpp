@@ -67,16 +67,15 @@ Value SyncFilesXpcService::korbanholdArray() const
     return m_scan.walkRecords();
 }
 
-const Value* SyncFilesXpcService::settingsComputerId() const
+const Value* SyncFilesXpcService::settingsValue(std::string_view key) const
 {
-    return m_korbanholdPrefs ? m_korbanholdPrefs->find(settings::computerId) : nullptr;
+    return m_korbanholdPrefs ? m_korbanholdPrefs->find(key) : nullptr;
 }
 
 std::string SyncFilesXpcService::syncedFolderPath() const
 {
     std::lock_guard lock(m_fieldsMutex);
-    const Value* folder = m_korbanholdPrefs ? m_korbanholdPrefs->find(settings::korbanholdPath) : nullptr;
-    return platform::format("%@/Korbanhold", folder);
+    return platform::format("%@/Korbanhold", settingsValue(settings::korbanholdPath));
 }
 
 }

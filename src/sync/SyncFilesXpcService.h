@@ -34,6 +34,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace engine {
@@ -135,8 +136,9 @@ private:
         field = std::move(value);
     }
 
-    // "computerIdKey" of the settings snapshot, or null when absent; with m_fieldsMutex held.
-    const platform::Value* settingsComputerId() const;
+    // The value of `key` in the settings snapshot ("computerIdKey", "userIdKey", "korbanholdPathKey"), or null when
+    // the snapshot or the key is absent; with m_fieldsMutex held.
+    const platform::Value* settingsValue(std::string_view key) const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".
     std::string syncedFolderPath() const;
 

@@ -78,7 +78,7 @@ void SyncFilesXpcService::loadTables()
     m_changedListArray = Value::array();
     m_scan = FolderScan();
 
-    const Value* computerId = settingsComputerId();
+    const Value* computerId = settingsValue(settings::computerId);
     try {
         // A domain without a shared-file list gives an empty one: no record matches anything in it either way.
         const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
