@@ -1,5 +1,7 @@
 #include "rest/JsonRequest.h"
 
+#include "rest/ReplyStatus.h"
+
 #include "platform/HttpErrors.h"
 #include "platform/Json.h"
 #include "platform/Log.h"
@@ -62,9 +64,10 @@ std::variant<platform::Value, platform::Error> parseReply(const std::optional<pl
     }
 }
 
-void finishJsonRequest(
-    const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body, const Finished& finished)
+void finishJsonRequest(const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body,
+    const std::optional<platform::http::Response>& response, const Finished& finished)
 {
+    ReplyStatusScope replyStatus(response ? std::optional<long>(response->statusCode) : std::nullopt);
     if (error) {
         platform::log("error code ....%@", *error);
         // The URL system's "unknown" error ends the request silently: whoever waits for it waits in vain.

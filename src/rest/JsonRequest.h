@@ -34,8 +34,9 @@ std::variant<platform::Value, platform::Error> parseReply(const std::optional<pl
 //   without calling `finished`; any other is handed on as (error, 2), then "network error" is logged;
 // - otherwise the reply is parsed and logged ("response %@"), and `finished` gets (parse error, 5) or
 //   (parsed reply, 0).
-// The HTTP status code is never looked at: a JSON reply with status 500 is a success.
-void finishJsonRequest(
-    const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body, const Finished& finished);
+// The HTTP status code is never looked at: a JSON reply with status 500 is a success. `response` (when its head
+// arrived) only gives `finished` the reply's status through httpStatusOfReplyInCompletion (ReplyStatus.h).
+void finishJsonRequest(const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body,
+    const std::optional<platform::http::Response>& response, const Finished& finished);
 
 }

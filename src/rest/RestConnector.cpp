@@ -68,7 +68,7 @@ void RestConnector::startAsyncTask(
         return;
     sessionTask = session->dataTask(
         *request, [self = shared_from_this(), finished = std::move(finished)](const Result& result) {
-            finishJsonRequest(result.error, result.data, finished);
+            finishJsonRequest(result.error, result.data, result.response, finished);
         });
     resume();
 }

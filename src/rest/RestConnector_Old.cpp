@@ -24,9 +24,9 @@ void RestConnector_Old::startAsyncTask(
         return;
     operationQueue = std::make_shared<OperationQueue>("RestConnector_Old");
     URLConnection::sendAsynchronousRequest(*request, operationQueue,
-        [self = shared_from_this(), finished = std::move(finished)](const std::optional<platform::http::Response>&,
+        [self = shared_from_this(), finished = std::move(finished)](const std::optional<platform::http::Response>& response,
             const std::optional<platform::Bytes>& data, const std::optional<platform::Error>& error) {
-            finishJsonRequest(error, data, finished);
+            finishJsonRequest(error, data, response, finished);
             const auto operations = self->operationQueue->operations();
             if (!operations.empty())
                 operations.back()->cancel();

@@ -1,5 +1,6 @@
 #include "service/ServiceDelegate.h"
 
+#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/SyncFilesXpcService.h"
 
@@ -16,7 +17,7 @@ bool ServiceDelegate::listener(platform::ipc::Listener&,
 
 std::shared_ptr<engine::SyncFilesXpcService> ServiceDelegate::newSyncFilesXpcService()
 {
-    return std::make_shared<engine::SyncFilesXpcService>();
+    return syncEngineForRequest();
 }
 
 }

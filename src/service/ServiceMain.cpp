@@ -3,6 +3,7 @@
 #include "platform/IpcListener.h"
 #include "platform/Queue.h"
 #include "service/ServiceDelegate.h"
+#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "service/XPCService.h"
 #include "sync/SyncFilesXpcService.h"
@@ -36,7 +37,7 @@ int main(int, char**)
 void startSyncFileOnEveryMessage(const std::shared_ptr<XPCConnection>& connection)
 {
     connection->setEventHandler([](const Object&, const std::shared_ptr<XPCConnection>&) {
-        std::make_shared<engine::SyncFilesXpcService>()->SyncFile();
+        syncEngineForRequest()->SyncFile();
     });
 }
 

@@ -4,7 +4,9 @@
 #include "sync/SyncFilesXpcService.h"
 
 #include "platform/Log.h"
+#include "rest/ReplyStatus.h"
 #include "rest/RestInterface.h"
+#include "sync/RefusedChanges.h"
 #include "sync/RecordKeys.h"
 #include "sync/WireText.h"
 
@@ -96,25 +98,85 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
             auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
             auto self = shared_from_this();
             rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
-                [self](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
+                [self, changedListArray](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
                     rest::TransportStatus status) {
                     // Any other status stores nothing: the next pass finds the same differences again.
-                    if (status == rest::TransportSucceeded)
-                        self->storeAcceptedTable(std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object));
+                    if (status != rest::TransportSucceeded) {
+                        self->retryReport(platform::format("transport status %@", status));
+                        return;
+                    }
+                    const auto& results = std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object);
+                    if (self->m_policy.checksReportReplies())
+                        self->handleReportReply(changedListArray, results);
+                    else
+                        self->storeAcceptedTable(results);
                 });
         },
         [this](const platform::Exception&) { logErrorMethod(); });
 }
 
-void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+// Runs inside the report's completion, where the reply's HTTP status can be asked for.
+void SyncFilesXpcService::handleReportReply(
+    const Value& changes, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+{
+    std::optional<long> httpStatus = rest::httpStatusOfReplyInCompletion();
+    if (httpStatus && *httpStatus >= 400) {
+        retryReport(platform::format("the server answered with HTTP status %@", *httpStatus));
+        return;
+    }
+    // One result per change, in order: anything else (an object, an empty list) is no answer to the changes.
+    if (results.size() != changes.count()) {
+        retryReport(platform::format("the server's reply holds %@ results for %@ changes", results.size(),
+            changes.count()));
+        return;
+    }
+    Value refused = Value::array();
+    std::vector<SyncFilesInTableAndCloudResponseData> accepted;
+    for (std::size_t index = 0; index < results.size(); ++index) {
+        if (isAcceptedReturnStatus(results[index].returnStatus))
+            accepted.push_back(results[index]);
+        else
+            refused.append(changes.at(index));
+    }
+    if (refused.count() == changes.count()) {
+        retryReport(platform::format("the server refused all %@ changes", changes.count()));
+        return;
+    }
+    storeAcceptedTable(accepted, refused);
+    if (refused.count() != 0)
+        retryReport(platform::format("the server refused %@ of %@ changes; they are reported again",
+            refused.count(), changes.count()));
+    else
+        m_reportRetry.succeeded();
+}
+
+void SyncFilesXpcService::retryReport(const std::string& reason)
+{
+    if (!m_policy.retriesFailedReports())
+        return;
+    auto self = shared_from_this();
+    auto delay = m_reportRetry.failed([self] {
+        if (platform::UserDefaults* prefs = self->readLocked(self->m_prefs)) {
+            platform::log("Retrying the batch report: FileWatcher 1");
+            writeStatus(*prefs, "1");
+        }
+    });
+    if (delay)
+        platform::log("The batch report stored nothing complete (%@); it is retried in %@ ms", std::string_view(reason),
+            static_cast<long long>(delay->count()));
+}
+
+void SyncFilesXpcService::storeAcceptedTable(
+    const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& refused)
 {
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
     Value table = userDefaultsArray();
+    leaveRefusedChangesUndone(table, refused);
     m_standardDefaults.setObject(table, settings::fileWatchedData);
     m_standardDefaults.synchronize();
-    writeIdleStatus(m_standardDefaults);
+    writeStatus(m_standardDefaults, "0");
 
     copyServerFileIDs(table, results);
     setUserDefaultsArray(table);

@@ -57,13 +57,18 @@ void SyncFilesXpcService::createItem(std::size_t index)
 // entry with the path is replaced, keeping its server identifier so that the server sees the same file.
 void SyncFilesXpcService::modifyItem(std::size_t index)
 {
-    ItemTexts texts = textsOf(index);
-    auto position = m_userDefaultsArray.firstPositionWithPath(texts.path.string());
+    auto position = m_userDefaultsArray.firstPositionWithPath(m_scan.pathAt(index));
     if (!position)
         raiseIndexBeyondBounds(0, 0);
-    Value fileID = cleanedFileID(m_userDefaultsArray.at(*position).find(keys::fileID));
+    modifyItemAt(*position, index);
+}
+
+void SyncFilesXpcService::modifyItemAt(std::size_t position, std::size_t index)
+{
+    ItemTexts texts = textsOf(index);
+    Value fileID = cleanedFileID(m_userDefaultsArray.at(position).find(keys::fileID));
     Value record = modifiedRecord(texts, fileID, settingsValue(settings::computerId));
-    m_userDefaultsArray.replace(*position, record);
+    m_userDefaultsArray.replace(position, record);
     m_changedListArray.append(std::move(record));
 }
 

@@ -31,6 +31,25 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
     renameItem(*tablePosition, *index, m_scan.pathAt(*index));
 }
 
+bool SyncFilesXpcService::contentChanged(const EntryView& entry, const platform::FileAttributes& item)
+{
+    bool sizeChanged = entry.kilobytes() != fileSizeKilobytes(item.size);
+    bool dateChanged = !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
+    // Strict: only both together count, either alone is not enough. Guarded, either counts for a file; a folder's
+    // date changes with every item added or taken out, which its items report themselves.
+    bool isFile = item.type != platform::FileType::Directory;
+    if (isFile && m_policy.modifiedWhenEitherTextChanged())
+        return sizeChanged || dateChanged;
+    return sizeChanged && dateChanged;
+}
+
+void SyncFilesXpcService::keepItem(std::size_t position, std::size_t index)
+{
+    m_userDefaultsArray.markSeen(position, settingsValue(settings::computerId));
+    if (contentChanged(m_userDefaultsArray.at(position), m_scan.attributesAt(index)))
+        modifyItemAt(position, index);
+}
+
 // j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
 // taken an entry out, it addresses the entry that moved up into it; that shift is kept as it is.
 void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::string& path)
@@ -45,10 +64,7 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     if (entry.fileNumber() != item.fileNumber)
         return;
 
-    // Content changed only when both the size and the date texts differ; either alone is not enough.
-    bool contentChanged = entry.kilobytes() != fileSizeKilobytes(item.size)
-        && !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
-
+    bool changed = contentChanged(entry, item);
     std::string_view oldPath = entry.pathText();
     if (!oldPath.data()) {
         const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
@@ -61,7 +77,7 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
-        if (contentChanged && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
+        if (changed && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
             modifyItem(i);
         return;
     }

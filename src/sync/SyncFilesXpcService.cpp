@@ -7,8 +7,10 @@ namespace engine {
 
 using platform::Value;
 
-SyncFilesXpcService::SyncFilesXpcService(platform::UserDefaults& standardDefaults)
-    : m_standardDefaults(standardDefaults)
+SyncFilesXpcService::SyncFilesXpcService(platform::UserDefaults& standardDefaults, SyncPolicy policy)
+    : m_policy(policy)
+    , m_reportRetry(policy.firstRetryDelay(), SyncPolicy::maximumRetryDelay)
+    , m_standardDefaults(standardDefaults)
 {
 }
 
@@ -17,22 +19,27 @@ SyncFilesXpcService::~SyncFilesXpcService() = default;
 void SyncFilesXpcService::SyncFile()
 {
     {
-        std::lock_guard lock(m_fieldsMutex);
-        m_prefs = &m_standardDefaults;
-        m_fileWatcherPrefs = m_prefs->persistentDomainForName(domains::fileWatcher);
-        m_korbanholdPrefs = m_prefs->persistentDomainForName(domains::korbanhold);
+        // Taken before the status is raised: a pass running now ends (and writes its "0") before this call writes
+        // "1", so the pass below reads this call's "1" and the request is never swallowed.
+        std::lock_guard pass(m_passMutex);
+        {
+            std::lock_guard lock(m_fieldsMutex);
+            m_prefs = &m_standardDefaults;
+            m_fileWatcherPrefs = m_prefs->persistentDomainForName(domains::fileWatcher);
+            m_korbanholdPrefs = m_prefs->persistentDomainForName(domains::korbanhold);
+        }
+        // The whole domain is replaced: every other key of the file watcher's domain goes.
+        writeStatus(*m_prefs, "1");
+        platform::log("FileWatcher 1 in syncfile initially");
+        guardedPass();
     }
-    // The whole domain is replaced: every other key of the file watcher's domain goes.
-    m_prefs->setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("1") } }),
-        domains::fileWatcher);
-    m_prefs->synchronize();
-    platform::log("FileWatcher 1 in syncfile initially");
-    syncFileInTablenCloud();
+    if (!m_policy.oneLoopPerEngine() || !m_loopStarted.exchange(true))
+        scheduleNextPass();
 }
 
-void SyncFilesXpcService::writeIdleStatus(platform::UserDefaults& prefs)
+void SyncFilesXpcService::writeStatus(platform::UserDefaults& prefs, std::string_view status)
 {
-    prefs.setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value("0") } }),
+    prefs.setPersistentDomain(Value::dictionary({ { std::string(settings::fileWatcherStatus), Value(status) } }),
         domains::fileWatcher);
     prefs.synchronize();
 }

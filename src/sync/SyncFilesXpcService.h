@@ -24,11 +24,16 @@
 #include "platform/UserDefaults.h"
 #include "platform/Value.h"
 #include "sync/ChangeRecords.h"
+#include "sync/FailureStreak.h"
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
+#include "sync/ReportRetry.h"
+#include "sync/RootGuard.h"
 #include "sync/StoredTableIndex.h"
+#include "sync/SyncPolicy.h"
 #include "sync/WatchedTable.h"
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -42,14 +47,17 @@ namespace engine {
 class SyncFilesXpcService : public std::enable_shared_from_this<SyncFilesXpcService> {
 public:
     // `standardDefaults` stands for the standard user-defaults object: the pass reads the domains and the stored
-    // table through it.
-    explicit SyncFilesXpcService(platform::UserDefaults& standardDefaults = platform::UserDefaults::standardUserDefaults());
+    // table through it. `policy` says whether the safeguards are on (SyncPolicy.h).
+    explicit SyncFilesXpcService(platform::UserDefaults& standardDefaults = platform::UserDefaults::standardUserDefaults(),
+        SyncPolicy policy = SyncPolicy::forProcess());
     virtual ~SyncFilesXpcService();
     SyncFilesXpcService(const SyncFilesXpcService&) = delete;
     SyncFilesXpcService& operator=(const SyncFilesXpcService&) = delete;
 
     // The exported operation: marks the file watcher's domain busy ("FileWatcherStatusKey" = "1" as its only key)
-    // and runs the first pass on the caller's thread; the pass then keeps rescheduling itself.
+    // and runs a pass on the caller's thread; the pass then keeps rescheduling itself. The pass lock is taken before
+    // the status is raised, so the pass that runs is one that reads the "1" this call wrote. In strict mode every
+    // call starts one more polling loop; otherwise the object's one loop starts with the first call.
     void SyncFile();
     // One pass, then the next one scheduled 2 seconds later on the global background queue, whatever happened.
     void syncFileInTablenCloud();
@@ -72,6 +80,8 @@ public:
     std::optional<platform::Value> sharedFilePrefs() const;
     // The folder walk of the last pass, one folder-walk record per item.
     platform::Value korbanholdArray() const;
+
+    const SyncPolicy& policy() const { return m_policy; }
 
     // The processes a pass calls for each item (index: the item's position in the folder walk).
     void performFileCreationProcess(std::size_t index);
@@ -97,18 +107,33 @@ public:
     virtual void logErrorMethod();
 
 private:
+    // One pass inside its exception guard, with the pass lock held.
+    void guardedPass();
+    void scheduleNextPass();
     // Steps 1 to 12 of a pass; raises what ends the pass.
     void runPass();
+    // Whether the guard of a missing or emptied synced folder holds this pass back (guarded mode only).
+    bool holdsBackForMissingRoot();
+    bool holdsBackForEmptyWalk();
     bool readDomainsAndStatus();
     void loadTables();
     void classifyItems();
+    // Step 9 as a guarded pass does it: every walked path on its own, paired with table entries by ItemMatching.h.
+    void classifyMatchedItems();
     void classifySharedItem(const std::string& path, const std::string& fileID);
     void finishPass();
-    // "FileWatcherStatusKey" = "0" as the only key of the file watcher's domain.
-    static void writeIdleStatus(platform::UserDefaults& prefs);
+    // "FileWatcherStatusKey" = `status` ("1" busy, "0" idle) as the only key of the file watcher's domain.
+    static void writeStatus(platform::UserDefaults& prefs, std::string_view status);
 
-    // The completions that change the object: each takes the pass lock.
-    void storeAcceptedTable(const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results);
+    // The completions that change the object: each takes the pass lock. `refused` lists the change records whose
+    // results the server refused; the table stored leaves them undone, so that a later pass finds them again.
+    void storeAcceptedTable(const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results,
+        const platform::Value& refused = platform::Value::array());
+    // The guarded check of a batch report's reply: stores what the server accepted, and retries what it did not.
+    void handleReportReply(const platform::Value& changes,
+        const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results);
+    // A report stored nothing (or not everything) for `reason`: the status is raised again after the backoff.
+    void retryReport(const std::string& reason);
     void appendCreatedSharedEntry(const std::string& path, const std::string& serverFullPath,
         const std::optional<platform::Value>& ownerFileID);
     void storeLiveSharedFilesList();
@@ -118,6 +143,13 @@ private:
     // The processes, with m_fieldsMutex held.
     void createItem(std::size_t index);
     void modifyItem(std::size_t index);
+    // The same for the entry at `position`.
+    void modifyItemAt(std::size_t position, std::size_t index);
+    // An item at its entry's path under its entry's file number: the entry is seen, and modified when its content
+    // changed.
+    void keepItem(std::size_t position, std::size_t index);
+    // Whether the item's size and date texts say its content changed since `entry` was made.
+    bool contentChanged(const EntryView& entry, const platform::FileAttributes& item);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;
     // `index`: the first walk index of that file number, whose full path is `path`.
     void renameItem(std::size_t tablePosition, std::size_t index, const std::string& path);
@@ -142,8 +174,16 @@ private:
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".
     std::string syncedFolderPath() const;
 
+    const SyncPolicy m_policy;
     std::mutex m_passMutex;
     mutable std::mutex m_fieldsMutex;
+    // Set once the object's polling loop runs (guarded mode: one loop per object).
+    std::atomic<bool> m_loopStarted { false };
+    // With the pass lock held.
+    RootGuard m_rootGuard;
+    FailureStreak m_failures;
+    bool m_workingAround = false;
+    ReportRetry m_reportRetry;
 
     platform::UserDefaults& m_standardDefaults;
     // `prefs`: set by SyncFile; the end of a pass writes the idle status through it.

@@ -5,6 +5,7 @@
 
 #include "platform/Log.h"
 #include "platform/Queue.h"
+#include "sync/ItemMatching.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
@@ -22,15 +23,36 @@ void SyncFilesXpcService::syncFileInTablenCloud()
 {
     {
         std::lock_guard pass(m_passMutex);
-        platform::guard([this] { runPass(); },
-            [this](const platform::Exception& exception) {
-                // Work done before the failure stays; the status is not reset, so the next pass tries again.
-                platform::log("%@", exception);
-                logErrorMethod();
-            });
+        guardedPass();
     }
+    scheduleNextPass();
+}
+
+void SyncFilesXpcService::scheduleNextPass()
+{
     auto self = shared_from_this();
     platform::Queue::globalBackground()->after(passInterval, [self] { self->syncFileInTablenCloud(); });
+}
+
+void SyncFilesXpcService::guardedPass()
+{
+    platform::guard(
+        [this] {
+            runPass();
+            m_failures.completed();
+        },
+        [this](const platform::Exception& exception) {
+            // Work done before the failure stays; the status is not reset, so the next pass tries again.
+            platform::log("%@", exception);
+            logErrorMethod();
+            if (m_failures.failed(exception.name() + ": " + exception.reason()) && m_policy.worksAroundRepeatedFailures()
+                && !m_workingAround) {
+                m_workingAround = true;
+                platform::log("The pass failed %@ times in a row for the same reason; later passes leave out the "
+                              "stored records and the items that make them fail",
+                    FailureStreak::limit);
+            }
+        });
 }
 
 void SyncFilesXpcService::runPass()
@@ -38,15 +60,72 @@ void SyncFilesXpcService::runPass()
     if (!readDomainsAndStatus())
         return;
     loadTables();
+    if (holdsBackForMissingRoot())
+        return;
     FolderScan scan = FolderScan::walk(syncedFolderPath());
     {
         std::lock_guard lock(m_fieldsMutex);
         m_scan = std::move(scan);
     }
-    classifyItems();
+    if (holdsBackForEmptyWalk())
+        return;
+    m_rootGuard.goOn();
+    if (m_policy.matchesItemsExactly())
+        classifyMatchedItems();
+    else
+        classifyItems();
     performFileDeletionProcess();
     performSharedFilesDeletetionProcess();
     finishPass();
+}
+
+// A synced folder that is missing, or whose setting is absent, walks as an empty folder: every item of the table
+// would be reported deleted. While the table lists items, the pass stops here instead, with the status left busy so
+// that the pass that finds the folder back runs at once.
+bool SyncFilesXpcService::holdsBackForMissingRoot()
+{
+    if (!m_policy.guardsMissingRoot())
+        return false;
+    std::optional<std::string> base;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        if (m_userDefaultsArray.count() == 0)
+            return false;
+        const Value* setting = settingsValue(settings::korbanholdPath);
+        if (setting && !setting->isNull())
+            base = platform::format("%@/Korbanhold", setting);
+    }
+    auto reason = missingRootReason(base);
+    if (reason)
+        m_rootGuard.holdBack(*reason);
+    return reason.has_value();
+}
+
+// A walk that found nothing while the table lists items deletes everything on the server: an unmounted drive under
+// the folder or an emptied folder look just like it. Only a person's confirmation (`korbanhold sync
+// --confirm-delete-all`) lets such a pass go on; the confirmation is used up by the pass that walks next.
+bool SyncFilesXpcService::holdsBackForEmptyWalk()
+{
+    if (!m_policy.guardsEmptiedRoot())
+        return false;
+    bool confirmed = consumeDeleteAllConfirmation();
+    std::size_t tableCount = 0;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        if (m_scan.count() != 0)
+            return false;
+        tableCount = m_userDefaultsArray.count();
+    }
+    if (tableCount == 0)
+        return false;
+    if (confirmed) {
+        platform::log("Deleting all %@ items of the table, as confirmed", tableCount);
+        return false;
+    }
+    m_rootGuard.holdBack(platform::format("the synced folder %@ is empty but the table lists %@ items (confirm their "
+                                          "deletion with: korbanhold sync --confirm-delete-all)",
+        syncedFolderPath(), tableCount));
+    return true;
 }
 
 // Steps 1 and 2: fresh snapshots of the three domains; only the status "1" lets the pass go on.
@@ -88,7 +167,7 @@ void SyncFilesXpcService::loadTables()
         // The list the store hands out is the one the last pass normalised as long as its file did not change;
         // then its normalisation and index are still right.
         if (!m_tableIndex.table()->isNormalisationOf(storedTable, computerId))
-            m_tableIndex = StoredTableIndex(StoredTable::normalise(storedTable, computerId));
+            m_tableIndex = StoredTableIndex(StoredTable::normalise(storedTable, computerId, m_workingAround));
     } catch (const std::exception&) {
         // Until it is normalised the table is the stored list as it is, and so it stays when that fails.
         m_userDefaultsArray = storedTable.isArray() ? WatchedTable::ofRecords(storedTable) : WatchedTable();
@@ -129,6 +208,54 @@ void SyncFilesXpcService::classifyItems()
     }
 }
 
+void SyncFilesXpcService::classifyMatchedItems()
+{
+    // The walk and the table are only replaced by this thread, so reading them here needs no lock.
+    std::vector<std::string> paths(m_scan.count());
+    std::vector<bool> shared(m_scan.count());
+    for (std::size_t index = 0; index < m_scan.count(); ++index) {
+        paths[index] = m_scan.pathAt(index);
+        shared[index] = checkIfShared(paths[index]);
+    }
+    // Pairings name entries by their position in the table as read, which is their slot in the pass's table for
+    // as long as the pass runs.
+    std::vector<ItemMatch> matches = matchWalkedItems(m_scan, paths, m_tableIndex.table()->entries, shared);
+    for (std::size_t index = 0; index < m_scan.count(); ++index) {
+        const ItemMatch& match = matches[index];
+        auto handle = [&] {
+            if (match.pairing == ItemPairing::Skipped) {
+                classifySharedItem(paths[index], fileNumberText(m_scan.attributesAt(index).fileNumber));
+                return;
+            }
+            std::lock_guard lock(m_fieldsMutex);
+            auto position = [&] { return m_userDefaultsArray.positionOfSlot(match.entry); };
+            switch (match.pairing) {
+            case ItemPairing::InPlace:
+                keepItem(position(), index);
+                break;
+            case ItemPairing::Replaced:
+                modifyItemAt(position(), index);
+                break;
+            case ItemPairing::Moved:
+                renameItem(position(), index, paths[index]);
+                break;
+            case ItemPairing::New:
+            case ItemPairing::Skipped:
+                createItem(index);
+                break;
+            }
+        };
+        if (!m_workingAround) {
+            handle();
+            continue;
+        }
+        // After repeated failures an item that cannot be handled is left out of this pass, logged.
+        platform::guard(handle, [&](const platform::Exception& exception) {
+            platform::log("%@ is left out of this pass: %@", paths[index], exception);
+        });
+    }
+}
+
 void SyncFilesXpcService::classifySharedItem(const std::string& path, const std::string& fileID)
 {
     Value shared = sharedFilesArray();
@@ -153,10 +280,24 @@ void SyncFilesXpcService::classifySharedItem(const std::string& path, const std:
 // Steps 11 and 12.
 void SyncFilesXpcService::finishPass()
 {
+    if (m_policy.reportsDeletionsFirst()) {
+        std::lock_guard lock(m_fieldsMutex);
+        platform::Array ordered;
+        ordered.reserve(m_changedListArray.count());
+        for (int deletions = 1; deletions >= 0; --deletions) {
+            for (const Value& change : m_changedListArray.elements()) {
+                const Value* type = change.find(keys::changeType);
+                bool deleted = type && type->isString() && type->string() == changeTypes::deleted;
+                if (deleted == (deletions == 1))
+                    ordered.push_back(change);
+            }
+        }
+        m_changedListArray = Value::arrayOf(std::move(ordered));
+    }
     Value changes = changedListArray();
     platform::log("Final List changed list %@", changes);
     if (platform::UserDefaults* prefs = readLocked(m_prefs))
-        writeIdleStatus(*prefs);
+        writeStatus(*prefs, "0");
     if (changes.count() != 0) {
         auto self = shared_from_this();
         platform::Queue::globalBackground()->async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });

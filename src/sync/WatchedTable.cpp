@@ -4,13 +4,15 @@
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 
+#include "platform/Log.h"
+
 #include <algorithm>
 
 namespace engine {
 
 using platform::Value;
 
-std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const Value* computerId)
+std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const Value* computerId, bool leaveOutFaulty)
 {
     auto table = std::make_shared<StoredTable>();
     table->records = std::move(records);
@@ -19,14 +21,23 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
     const auto& elements = table->records.elements();
     table->entries.reserve(elements.size());
     for (const Value& record : elements) {
-        TableEntry entry = TableEntry::of(&record, EntryForm::Unseen);
-        EntryView view(entry, computerId);
-        // The file ID is compared with the empty string before it is tested for the null object, so anything but a
-        // string (the null object too) raises here; a missing one becomes the empty string.
-        if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
-            raiseUnrecognizedSelector(*fileID, "isEqualToString:");
-        requireNormalisedFields(view);
-        table->entries.push_back(entry);
+        auto normaliseOne = [&] {
+            TableEntry entry = TableEntry::of(&record, EntryForm::Unseen);
+            EntryView view(entry, computerId);
+            // The file ID is compared with the empty string before it is tested for the null object, so anything
+            // but a string (the null object too) raises here; a missing one becomes the empty string.
+            if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
+                raiseUnrecognizedSelector(*fileID, "isEqualToString:");
+            requireNormalisedFields(view);
+            table->entries.push_back(entry);
+        };
+        if (!leaveOutFaulty) {
+            normaliseOne();
+            continue;
+        }
+        platform::guard(normaliseOne, [&](const platform::Exception& exception) {
+            platform::log("The stored record %@ is left out of the table: %@", record, exception);
+        });
     }
     std::size_t length = 0;
     for (const auto& entry : table->entries)
@@ -184,6 +195,13 @@ void WatchedTable::buildPathIndex()
         if (std::string_view path = pathOfSlot(slot); path.data())
             m_slotsByPath[std::string(path)].push_back(static_cast<std::uint32_t>(slot));
     }
+}
+
+std::size_t WatchedTable::positionOfSlot(std::size_t slot) const
+{
+    if (slot >= m_entries.size() || m_entries[slot].form == EntryForm::Removed)
+        raiseIndexBeyondBounds(slot, count());
+    return m_positions.positionOf(slot);
 }
 
 std::optional<std::size_t> WatchedTable::firstPositionWithPath(std::string_view path)

@@ -41,8 +41,10 @@ struct StoredTable {
 
     // Each record of `records` normalised as the pass does it, in order: a record that is not a dictionary, lacks a
     // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
-    // absent `computerId` (at the first record). `records` must be an array.
-    static std::shared_ptr<const StoredTable> normalise(platform::Value records, const platform::Value* computerId);
+    // absent `computerId` (at the first record). `records` must be an array. With `leaveOutFaulty` such records
+    // are logged and left out instead (a guarded pass after repeated failures).
+    static std::shared_ptr<const StoredTable> normalise(
+        platform::Value records, const platform::Value* computerId, bool leaveOutFaulty = false);
     // True when this is the normalisation of this very list (not only an equal one) with this computer identifier.
     bool isNormalisationOf(const platform::Value& storedRecords, const platform::Value* computerId) const;
 };
@@ -67,6 +69,9 @@ public:
     void append(platform::Value record);
     void remove(std::size_t position);
 
+    // The position of the entry in slot `slot` (the table's position of the entry when the pass read it); raises
+    // NSRangeException when a move has taken that entry out.
+    std::size_t positionOfSlot(std::size_t slot) const;
     // The position of the first entry whose "BaseSystemFilePathKey" is the string `path`.
     std::optional<std::size_t> firstPositionWithPath(std::string_view path);
 

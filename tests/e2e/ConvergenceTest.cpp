@@ -68,6 +68,12 @@ protected:
     }
 };
 
+// The described system exactly: the scenarios in which it keeps the table positions of a pass after a move.
+class StrictConvergence : public Convergence {
+protected:
+    StrictConvergence() { m_folders.setStrictMode(true); }
+};
+
 TEST_F(Convergence, FilesAndFoldersCopiedWithCpReachTheServer)
 {
     const auto tree = scratchTree();
@@ -93,7 +99,7 @@ TEST_F(Convergence, AFileMovedIntoAFolderIsDeletedAndCreatedAgain)
     EXPECT_EQ(lastReportedChangeTypes(), (std::vector<std::string> { "Deleted", "Created" }));
 }
 
-TEST_F(Convergence, AFolderRenamedInPlaceReachesTheServerAtOnceAndTheStoredTableAfterASecondRaisedPass)
+TEST_F(StrictConvergence, AFolderRenamedInPlaceReachesTheServerAtOnceAndTheStoredTableAfterASecondRaisedPass)
 {
     // The table after this step lists, in walk order: docs, docs/deep, docs/deep/two.txt, docs/one.txt.
     ASSERT_TRUE(changeAndSync("mkdir -p docs/deep && printf 'one\\n' > docs/one.txt && printf 'two\\n' > docs/deep/two.txt"));
@@ -166,7 +172,7 @@ TEST_F(Convergence, NamesWithCharactersOutsideTheAllowedSetAndDsStoreFilesAreNev
     EXPECT_TRUE(lastChangeListWasEmpty());
 }
 
-TEST_F(Convergence, TwoFilesMovedInOnePassNeedASecondRaisedPass)
+TEST_F(StrictConvergence, TwoFilesMovedInOnePassNeedASecondRaisedPass)
 {
     // The table after this step lists, in walk order: from, from/a.txt, from/b.txt, to.
     ASSERT_TRUE(changeAndSync("mkdir from to && printf 'a\\n' > from/a.txt && printf 'b\\n' > from/b.txt"));

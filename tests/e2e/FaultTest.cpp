@@ -13,8 +13,12 @@ namespace {
 using e2etest::SyncedFolder;
 using platform::Value;
 
+// The described failure handling: no retry (the next raised pass reports again), and any JSON reply an answer. The
+// default mode's retries and reply checks are tested in SafeguardsEndToEndTest.cpp.
 class ReportFaults : public SyncedFolder {
 protected:
+    ReportFaults() { m_folders.setStrictMode(true); }
+
     // A step whose report meets `fault`: the pass ends, the faulted request reaches the server, and the service
     // logs `transportLine` once it has the outcome.
     testing::AssertionResult stepMeetingFault(const std::string& kind, const std::string& transportLine)

@@ -73,6 +73,8 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };
+    if (m_strict)
+        options.environment.emplace_back("KORBANHOLD_STRICT", *m_strict);
     options.timeout = std::chrono::seconds(20);
     return options;
 }

@@ -24,6 +24,9 @@ public:
     std::filesystem::path logPath() const { return m_root / "service.log"; }
     // The REST server ("host:port") the service reports to; unset, the service uses its default.
     void setServer(std::string address) { m_server = std::move(address); }
+    // Runs the service in strict mode (KORBANHOLD_STRICT=1) or in the default mode whatever the test's own
+    // environment says; without a call the service takes the mode from the test's environment.
+    void setStrictMode(bool strict) { m_strict = strict ? "1" : "0"; }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -43,6 +46,7 @@ private:
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
     std::optional<std::string> m_server;
+    std::optional<std::string> m_strict;
 };
 
 class ServiceProcess {

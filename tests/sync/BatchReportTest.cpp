@@ -195,6 +195,7 @@ TEST_F(BatchReport, AResultWithoutAMatchingTableEntryIsSkipped)
 
 TEST_F(BatchReport, AnAcceptedReplyWithAnEmptyListStillStoresTheTableTwiceAndClearsTheBusyFlag)
 {
+    useStrictMode();
     readSettings();
     writeDomain("Ulmaridon.FileWatcherXpcService",
         Value::dictionary({ { "FileWatcherStatusKey", Value("1") }, { "OtherKey", Value("x") } }));

@@ -99,6 +99,7 @@ TEST_F(FileProcesses, AfternoonAndMorningOfOneDayCarryTheSameDateText)
 
 TEST_F(FileProcesses, ModificationReplacesOnlyTheFirstOfTwoEntriesWithThePath)
 {
+    useStrictMode();
     writeFile("a.txt", "a");
     storeTable(Value::array({
         tableRecord("18446744073709551001", path("a.txt"), "S-first"),

@@ -45,6 +45,7 @@ TEST_F(PollingLoop, StatusZeroSkipsEveryPassAndTheLoopGoesOnEveryTwoSeconds)
 
 TEST_F(PollingLoop, TableRecordWithoutOldPathEndsEveryPassThroughTheGuardUntilItIsFixed)
 {
+    useStrictMode();
     Value broken = tableRecord("18446744073709551012", path("x.txt"), "S-1");
     broken.removeObjectForKey("oldPathKey");
     storeTable(Value::array({ broken }));
@@ -129,6 +130,7 @@ TEST_F(PollingLoop, ItemListedWhoseAttributesCannotBeReadEndsThePassThroughTheGu
 
 TEST_F(PollingLoop, TwoLoopsOnOneObjectNeverRunTwoPassesAtOnce)
 {
+    useStrictMode();
     for (int index = 0; index < 20; ++index)
         writeFile("f" + std::to_string(index) + ".txt", "x");
     firstPass();

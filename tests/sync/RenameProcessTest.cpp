@@ -7,18 +7,11 @@ using namespace synctest;
 
 namespace {
 
-class RenameProcess : public synctest::SyncFixture {
-protected:
-    // A first pass over the folder as it is, accepted by the server.
-    void settle()
-    {
-        firstPass();
-        acceptReport();
-    }
-};
+class RenameProcess : public synctest::SyncFixture { };
 
 TEST_F(RenameProcess, SizeChangeAloneYieldsNoRecord)
 {
+    useStrictMode();
     writeFile("a.bin", std::string(10 * 1024, 'a'));
     settle();
     // Grow the file in place (same file number) to 11 KB and give it back its old modification time.
@@ -32,6 +25,7 @@ TEST_F(RenameProcess, SizeChangeAloneYieldsNoRecord)
 
 TEST_F(RenameProcess, DateChangeAloneYieldsNoRecord)
 {
+    useStrictMode();
     writeFile("a.bin", std::string(10 * 1024, 'a'));
     settle();
     sh("touch -d '2020-01-01 10:00:00' a.bin");
@@ -152,6 +146,7 @@ TEST_F(RenameProcess, UnchangedItemLeavesTheChangeListAloneButItsEntryIsMarkedSe
 // read it: every later lookup addresses the entry that moved up one place.
 TEST_F(RenameProcess, TwoMovesInOnePassShiftLaterTablePositions)
 {
+    useStrictMode();
     makeFolder("p");
     makeFolder("q");
     writeFile("p/one.txt", "1");
@@ -179,6 +174,7 @@ TEST_F(RenameProcess, TwoMovesInOnePassShiftLaterTablePositions)
 
 TEST_F(RenameProcess, RenamedFolderMovesItsChildrenAndTheShiftDefersTheSecondChildToTheNextPass)
 {
+    useStrictMode();
     makeFolder("docs");
     writeFile("docs/a.txt", "a");
     writeFile("docs/b.txt", "b");

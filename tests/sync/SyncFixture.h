@@ -68,10 +68,24 @@ private:
 
 // Every request of a test goes to the server the test names: to a loopback port where nothing listens unless it
 // points $KORBANHOLD_SERVER elsewhere. The main queue, where the completions of requests run, runs meanwhile.
+//
+// The engine runs in the mode $KORBANHOLD_STRICT gives (guarded unless it is "1"), so that the whole suite can be run
+// in strict mode; a test of what differs between the modes fixes its mode first thing with useStrictMode() or
+// useGuardedMode().
 class SyncFixture : public ::testing::Test {
 protected:
     SyncFixture();
     ~SyncFixture() override;
+
+    // Replaces the service by one in the given mode; before anything else of the test uses the service.
+    void useStrictMode() { usePolicy(engine::SyncPolicy::strict()); }
+    void useGuardedMode() { usePolicy(engine::SyncPolicy::guarded()); }
+    void usePolicy(engine::SyncPolicy policy)
+    {
+        bool talksToServer = service->talksToServer;
+        service = std::make_shared<RecordingService>(defaults, policy);
+        service->talksToServer = talksToServer;
+    }
 
     // The synced folder ("<home>/Korbanhold") and paths in it.
     std::string synced() const { return m_home + "/Korbanhold"; }
@@ -104,6 +118,12 @@ protected:
     // Stores the table of the last pass as an accepted batch report does, giving every item without a server
     // identifier the identifier "S" + its file number.
     void acceptReport();
+    // A first pass over the folder as it is, accepted by the server.
+    void settle()
+    {
+        firstPass();
+        acceptReport();
+    }
 
     // "Created a/b.txt", "Renamed a.txt -> b.txt", "Deleted x/a.txt": one line per record, paths below the synced
     // folder.

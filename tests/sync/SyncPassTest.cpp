@@ -106,6 +106,7 @@ TEST_F(SyncPass, DsStoreFilesAreIgnoredAtAnyDepthButNotNamesThatOnlyEndInDsStore
 
 TEST_F(SyncPass, TwoItemsWithOneFileNumberBothResolveToTheFirstItem)
 {
+    useStrictMode();
     writeFile("a.txt", "linked");
     sh("ln a.txt b.txt");
     firstPass();

@@ -148,6 +148,7 @@ TEST_F(ToolScenarios, MvToAnotherFolderIsDeletedThenCreated)
 
 TEST_F(ToolScenarios, RenamedFolderWithChildren)
 {
+    useStrictMode();
     makeFolder("docs/inner");
     writeFile("docs/a.txt", "a");
     settle();
@@ -191,6 +192,7 @@ TEST_F(ToolScenarios, ExtractedArchiveIsCreatedItemByItemWithTheArchivedDates)
 
 TEST_F(ToolScenarios, HardLinkToAKnownFileResolvesToTheFirstPathAndChangesNothing)
 {
+    useStrictMode();
     writeFile("a.txt", "a");
     settle();
     Value a = before("a.txt");

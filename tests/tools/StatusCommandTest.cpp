@@ -6,6 +6,8 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -34,6 +36,7 @@ protected:
             { "KORBANHOLD_SERVER", std::move(server) },
             { "LISTEN_FDS", std::nullopt },
             { "LISTEN_PID", std::nullopt },
+            { "KORBANHOLD_STRICT", std::nullopt },
         };
         return options;
     }
@@ -93,7 +96,16 @@ TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
         "Ulmaridon.SyncFilesXpcService: " + fileOf("Ulmaridon.SyncFilesXpcService") + "\n"
         "  FileWatchedDataKey: 3 entries\n"
         "Socket: " + socketPath() + " (not there: the service is not listening)\n"
-        "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n");
+        "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n"
+        "Mode: guarded (no service has started here; from KORBANHOLD_STRICT)\n");
+}
+
+TEST_F(StatusCommand, ShowsTheModeTheServiceSaidItRunsIn)
+{
+    std::ofstream(runtime / "sync-mode") << "strict\n";
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput, "Mode: strict (as the service started; " + (runtime / "sync-mode").string() + ")\n"))
+        << result.standardOutput;
 }
 
 TEST_F(StatusCommand, AbsentDomainsAndKeysAreShownAsAbsentAndAreNoError)

@@ -3,7 +3,12 @@
 // connected peer that termination is imminent and exits with status 0. Log lines go to stderr (the journal under
 // systemd).
 //
+// Options:
+//   --strict                    runs the described system exactly, without the safeguards (docs/safeguards.md)
+//
 // Environment:
+//   KORBANHOLD_STRICT           "1": the same as --strict
+//   KORBANHOLD_RETRY_BACKOFF_MS the first delay of the retries after a failed batch report (default 2000; tests)
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
 //   KORBANHOLD_SERVER           host[:port] of the REST server (default localhost:8080)
@@ -17,18 +22,26 @@
 #include "platform/Queue.h"
 #include "platform/UserDefaults.h"
 #include "service/ServiceMain.h"
+#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
+#include "sync/SyncPolicy.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 int main(int argc, char** argv)
 {
     platform::setProgramName("korbanhold-sync-service");
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
+    for (int index = 1; index < argc; ++index) {
+        if (std::string_view(argv[index]) == "--strict")
+            engine::SyncPolicy::setForProcess(engine::SyncPolicy::strict());
+    }
+    service::announceSyncMode(engine::SyncPolicy::forProcess());
     try {
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard

@@ -5,10 +5,12 @@
 
 #include "platform/IpcServiceSocket.h"
 #include "rest/RestURL.h"
+#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/RecordKeys.h"
 
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <system_error>
 
@@ -73,6 +75,18 @@ std::string describeServer()
     return rest::baseURL() + (chosen ? " (KORBANHOLD_SERVER)" : " (the default; KORBANHOLD_SERVER is unset)");
 }
 
+// The mode the service said it runs in when it started, else the one it would take from this environment.
+std::string describeMode()
+{
+    if (auto path = service::syncModePath()) {
+        std::ifstream file(*path);
+        std::string mode;
+        if (file >> mode)
+            return mode + " (as the service started; " + path->string() + ")";
+    }
+    return std::string(engine::SyncPolicy::forProcess().name()) + " (no service has started here; from KORBANHOLD_STRICT)";
+}
+
 void printStatus()
 {
     namespace domains = engine::domains;
@@ -85,7 +99,8 @@ void printStatus()
     valid &= printDomain(store, domains::sharedFiles, { settings::sharedFileData }, true);
     valid &= printDomain(store, service::syncServiceName, { settings::fileWatchedData }, true);
     std::cout << "Socket: " << describeSocket() << '\n';
-    std::cout << "Server: " << describeServer() << std::endl;
+    std::cout << "Server: " << describeServer() << '\n';
+    std::cout << "Mode: " << describeMode() << std::endl;
     if (!valid)
         throw CLI::RuntimeError(exitFailure);
 }

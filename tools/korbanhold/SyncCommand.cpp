@@ -10,9 +10,11 @@
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "service/XPCConnection.h"
 #include "service/XPCParse.h"
+#include "sync/RootGuard.h"
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <memory>
 #include <poll.h>
 
@@ -25,9 +27,23 @@ using platform::ipc::Object;
 struct SyncArguments {
     std::string message;
     std::string debugLog;
+    bool confirmDeleteAll = false;
     CLI::Option* messageOption = nullptr;
     CLI::Option* debugLogOption = nullptr;
 };
+
+// Leaves the confirmation that the service's next pass may delete every item of its table when it finds the synced
+// folder empty (RootGuard.h); the SyncFile sent next makes that pass run.
+void confirmDeleteAll()
+{
+    auto path = engine::deleteAllConfirmationPath();
+    if (!path)
+        failCommand(exitFailure, "The confirmation cannot be left: there is no runtime folder");
+    std::ofstream file(*path);
+    file << "confirmed\n";
+    if (!file.flush())
+        failCommand(exitFailure, "The confirmation cannot be written to " + *path);
+}
 
 Object messageFromJson(const std::string& text)
 {
@@ -115,8 +131,15 @@ void addSyncCommand(CLI::App& app)
         "Send this JSON instead (a dictionary, or any value as { \"contents\": VALUE })");
     arguments->debugLogOption = command->add_option("--debug-log", arguments->debugLog,
         "Send { \"XPCDebugLog\": TEXT }, which the service only logs");
+    auto* confirmOption = command->add_flag("--confirm-delete-all", arguments->confirmDeleteAll,
+        "Let the next pass delete every item on the server when it finds the synced folder empty");
     arguments->messageOption->excludes(arguments->debugLogOption);
-    command->callback([arguments] { send(messageToSend(*arguments)); });
+    confirmOption->excludes(arguments->messageOption)->excludes(arguments->debugLogOption);
+    command->callback([arguments] {
+        if (arguments->confirmDeleteAll)
+            confirmDeleteAll();
+        send(messageToSend(*arguments));
+    });
 }
 
 }

@@ -7,6 +7,11 @@
 //   korbanhold sync --message JSON      sends JSON instead: a dictionary as it is, any other value as
 //                                       { "contents": VALUE }, as the connection wrapper sends it
 //   korbanhold sync --debug-log TEXT    sends { "XPCDebugLog": TEXT }, which the service only writes to its log
+//   korbanhold sync --confirm-delete-all
+//                                       confirms that the next pass may report every item deleted when it finds
+//                                       the synced folder empty (the service refuses to otherwise): leaves the file
+//                                       "confirm-delete-all" in the runtime folder, which that pass uses up, and
+//                                       calls SyncFile
 //
 // The service is found at its socket in the runtime folder ($KORBANHOLD_RUNTIME_DIR, else
 // $XDG_RUNTIME_DIR/korbanhold). Exit status: 0 once the message is sent, 1 when the service cannot be reached, 2 on

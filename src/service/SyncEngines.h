@@ -1,0 +1,29 @@
+#pragma once
+
+// Which SyncFilesXpcService serves a connection (listener path) or a message (older path). In strict mode each one
+// gets a new object, whose SyncFile calls each start a polling loop of their own. Otherwise the process has one
+// object, made at the first request, so that however many connections, messages and SyncFile calls arrive, one
+// polling loop runs.
+
+#include "sync/SyncPolicy.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+namespace engine {
+class SyncFilesXpcService;
+}
+
+namespace service {
+
+std::shared_ptr<engine::SyncFilesXpcService> syncEngineForRequest();
+
+// The file in which the running service says its mode ("guarded" or "strict", one line): "sync-mode" in the runtime
+// folder of its socket. Absent when there is no runtime folder.
+std::optional<std::filesystem::path> syncModePath();
+// Logs the mode the service runs in and writes it to syncModePath() (creating the runtime folder, 0700, when it is
+// missing), for `korbanhold status`.
+void announceSyncMode(const engine::SyncPolicy& policy);
+
+}
