@@ -46,7 +46,7 @@ SendResult sendMessage(std::string_view serviceName, const Object& message)
         rest = rest.subspan(static_cast<std::size_t>(sent));
         descriptors = {};
     }
-    return {};
+    return { 0, where, {} };
 }
 
 }

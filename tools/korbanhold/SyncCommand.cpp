@@ -64,7 +64,7 @@ void send(const Object& message)
     } catch (const platform::ipc::WireError& error) {
         failCommand(exitUsage, std::string("The message cannot be sent: ") + error.what());
     }
-    if (result.where.empty())
+    if (!result && result.where.empty())
         failCommand(exitFailure, "The sync service cannot be reached: " + result.reason);
     if (!result)
         failCommand(exitFailure, "The sync service cannot be reached at " + result.where + ": " + result.reason);
