@@ -214,10 +214,17 @@ TEST_F(Watched, SigtermDuringABurstStopsTheWatcherCleanly)
     testsupport::Process burst("/bin/sh", { "-c", "for i in $(seq 1 3000); do echo $i > burst$((i % 200)); done" },
         options);
     ASSERT_TRUE(m_watcher->logEventuallyHolds("changes seen since the last raise"));
+    const auto korbanhold = testsupport::builtProgram("tools/korbanhold");
+    EXPECT_NE(testsupport::runProcess(korbanhold, { "status" }, m_folders.options()).standardOutput.find(
+                  "Watcher: PID " + std::to_string(m_watcher->pid())),
+        std::string::npos);
     const auto result = m_watcher->stop();
     m_watcher.reset();
     EXPECT_EQ(result.exitCode, 0) << result.standardError;
     EXPECT_FALSE(fs::exists(m_folders.runtimeFolder() / "korbanhold-watch.state"));
+    EXPECT_NE(testsupport::runProcess(korbanhold, { "status" }, m_folders.options()).standardOutput.find(
+                  "Watcher: no watcher runs"),
+        std::string::npos);
     burst.wait();
 }
 
