@@ -6,20 +6,21 @@
 // Environment:
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
-//   KORBANHOLD_SERVER           host[:port] of the REST server (default localhost:8080)
+//   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
 //
 // Options: --help and --version print and exit with status 0, starting nothing.
 //
-// Exit status: 0 after a clean stop (or after --help, --version), 1 when the service cannot listen (one line on
-// stderr says why), 2 for arguments it does not know.
+// Exit status: 0 after a clean stop (or after --help, --version), 1 when the service cannot start: it cannot listen,
+// or KORBANHOLD_SERVER is not a server address (one line on stderr says why); 2 for arguments it does not know.
 
 #include "common/ProgramInfo.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/Log.h"
 #include "platform/Queue.h"
 #include "platform/UserDefaults.h"
+#include "rest/RestURL.h"
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 
@@ -34,7 +35,7 @@ namespace {
 constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
-  KORBANHOLD_SERVER           host[:port] of the REST server (default localhost:8080)
+  KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation)";
 
@@ -65,6 +66,7 @@ int main(int argc, char** argv)
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
     try {
+        rest::configuredServer();
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard
         // defaults and the queues. The process ends here, without destroying the static objects under them.
@@ -72,6 +74,8 @@ int main(int argc, char** argv)
         std::fflush(nullptr);
         std::_Exit(status);
     } catch (const platform::ipc::ListenError& error) {
+        platform::log("The service cannot start: %@", std::string_view(error.what()));
+        return EXIT_FAILURE;    } catch (const rest::ServerSettingError& error) {
         platform::log("The service cannot start: %@", std::string_view(error.what()));
         return EXIT_FAILURE;
     }
