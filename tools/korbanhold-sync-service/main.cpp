@@ -1,7 +1,8 @@
 // korbanhold-sync-service: the background synchronisation service. Started on demand (by systemd socket
 // activation, or by hand), it serves the host application's requests until SIGTERM or SIGINT, then tells every
-// connected peer that termination is imminent and exits with status 0. Log lines go to stderr (the journal under
-// systemd).
+// connected peer that termination is imminent and exits with status 0. Log lines go to stderr, or straight to the
+// journal when stderr is the journal's stream (JournalLog.h); under a Type=notify unit it reports READY=1 once it
+// serves.
 //
 // Environment:
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
@@ -17,6 +18,7 @@
 
 #include "common/ProgramInfo.h"
 #include "platform/IpcServiceSocket.h"
+#include "platform/JournalLog.h"
 #include "platform/Log.h"
 #include "platform/Queue.h"
 #include "platform/UserDefaults.h"
@@ -63,6 +65,9 @@ int main(int argc, char** argv)
     if (const auto status = readCommandLine(argc, argv))
         return *status;
     platform::setProgramName("korbanhold-sync-service");
+    // Under systemd the lines go to the journal directly, with priorities, and without a second time stamp.
+    if (platform::stderrIsJournal())
+        platform::setLogSink(platform::journalSink());
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
     try {
@@ -75,7 +80,8 @@ int main(int argc, char** argv)
         std::_Exit(status);
     } catch (const platform::ipc::ListenError& error) {
         platform::log("The service cannot start: %@", std::string_view(error.what()));
-        return EXIT_FAILURE;    } catch (const rest::ServerSettingError& error) {
+        return EXIT_FAILURE;
+    } catch (const rest::ServerSettingError& error) {
         platform::log("The service cannot start: %@", std::string_view(error.what()));
         return EXIT_FAILURE;
     }
