@@ -30,13 +30,15 @@ std::optional<platform::http::Request> prepareJsonRequest(
 std::variant<platform::Value, platform::Error> parseReply(const std::optional<platform::Bytes>& body);
 
 // The completion step of a JSON request, run on the transport's completion queue:
-// - a transport error is logged ("error code ....%@"); one of code -1 is logged a second time and ends the step
+// - a transport error is logged ("error code ....%@"), followed by a line naming the request's URL, so that a wrong
+//   server address shows in the log; one of code -1 is logged a second time and ends the step
 //   without calling `finished`; any other is handed on as (error, 2), then "network error" is logged;
 // - otherwise the reply is parsed and logged ("response %@"), and `finished` gets (parse error, 5) or
 //   (parsed reply, 0).
 // The HTTP status code is never looked at: a JSON reply with status 500 is a success. `response` (when its head
 // arrived) only gives `finished` the reply's status through httpStatusOfReplyInCompletion (ReplyStatus.h).
-void finishJsonRequest(const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body,
-    const std::optional<platform::http::Response>& response, const Finished& finished);
+void finishJsonRequest(const std::string& url, const std::optional<platform::Error>& error,
+    const std::optional<platform::Bytes>& body, const std::optional<platform::http::Response>& response,
+    const Finished& finished);
 
 }

@@ -31,13 +31,14 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
     renameItem(*tablePosition, *index, m_scan.pathAt(*index));
 }
 
-bool SyncFilesXpcService::contentChanged(const EntryView& entry, const platform::FileAttributes& item)
+// An item without attributes (gone) has size 0 and no date.
+bool SyncFilesXpcService::contentChanged(const EntryView& entry, const std::optional<platform::FileAttributes>& item)
 {
-    bool sizeChanged = entry.kilobytes() != fileSizeKilobytes(item.size);
-    bool dateChanged = !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
+    bool sizeChanged = entry.kilobytes() != fileSizeKilobytes(item ? item->size : 0);
+    bool dateChanged = !(item && isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item->modificationDate)));
     // Strict: only both together count, either alone is not enough. Guarded, either counts for a file; a folder's
     // date changes with every item added or taken out, which its items report themselves.
-    bool isFile = item.type != platform::FileType::Directory;
+    bool isFile = item && item->type != platform::FileType::Directory;
     if (isFile && m_policy.modifiedWhenEitherTextChanged())
         return sizeChanged || dateChanged;
     return sizeChanged && dateChanged;
@@ -46,8 +47,13 @@ bool SyncFilesXpcService::contentChanged(const EntryView& entry, const platform:
 void SyncFilesXpcService::keepItem(std::size_t position, std::size_t index)
 {
     m_userDefaultsArray.markSeen(position, settingsValue(settings::computerId));
-    if (contentChanged(m_userDefaultsArray.at(position), m_scan.attributesAt(index)))
-        modifyItemAt(position, index);
+    EntryView entry = m_userDefaultsArray.at(position);
+    if (!contentChanged(entry, m_scan.attributesAt(index)))
+        return;
+    // Gone since the walk: nothing now; the next pass finds it deleted.
+    auto current = currentAttributesAt(index);
+    if (current && contentChanged(entry, current))
+        modifyItemAt(position, index, current);
 }
 
 // j is the first position of the file number in the table as the pass read it. After a move earlier in the pass has
@@ -59,12 +65,10 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     // Mark the entry as seen, so that the deletion process leaves it.
     m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
-    const platform::FileAttributes& item = m_scan.attributesAt(i);
     // The texts are equal exactly when the entry's text is the walk's decimal text of this file number.
-    if (entry.fileNumber() != item.fileNumber)
+    if (entry.fileNumber() != m_scan.attributesAt(i).fileNumber)
         return;
 
-    bool changed = contentChanged(entry, item);
     std::string_view oldPath = entry.pathText();
     if (!oldPath.data()) {
         const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
@@ -77,8 +81,13 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
-        if (changed && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
-            modifyItem(i);
+        if (!contentChanged(entry, m_scan.attributesAt(i)))
+            return;
+        // The walk's attributes decide first, so that an item they show unchanged costs no second look at the file
+        // system; a change is confirmed on the item as it is now, which the modified record then holds.
+        auto current = currentAttributesAt(i);
+        if (contentChanged(entry, current) && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
+            modifyItem(i, current);
         return;
     }
     if (sameFolder) {

@@ -29,6 +29,7 @@
 #include "sync/RecordValues.h"
 #include "sync/ReportRetry.h"
 #include "sync/RootGuard.h"
+#include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/SyncPolicy.h"
 #include "sync/WatchedTable.h"
@@ -141,20 +142,26 @@ private:
     void storeSharedFilesList(const platform::Value& list);
 
     // The processes, with m_fieldsMutex held.
+    // Both read the item's attributes again right before they build its record (the walk's may be stale by then):
+    // the record holds the item as it is when the record is made, and an item gone since the walk has no date, so
+    // building its record raises and ends the pass.
     void createItem(std::size_t index);
-    void modifyItem(std::size_t index);
+    void modifyItem(std::size_t index, const std::optional<platform::FileAttributes>& attributes);
     // The same for the entry at `position`.
-    void modifyItemAt(std::size_t position, std::size_t index);
+    void modifyItemAt(
+        std::size_t position, std::size_t index, const std::optional<platform::FileAttributes>& attributes);
     // An item at its entry's path under its entry's file number: the entry is seen, and modified when its content
     // changed.
     void keepItem(std::size_t position, std::size_t index);
     // Whether the item's size and date texts say its content changed since `entry` was made.
-    bool contentChanged(const EntryView& entry, const platform::FileAttributes& item);
+    bool contentChanged(const EntryView& entry, const std::optional<platform::FileAttributes>& item);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;
     // `index`: the first walk index of that file number, whose full path is `path`.
     void renameItem(std::size_t tablePosition, std::size_t index, const std::string& path);
-    // The texts of walk item `index` as the processes put them into records.
-    ItemTexts textsOf(std::size_t index);
+    // The attributes of walk item `index` read now, absent when the item is gone.
+    std::optional<platform::FileAttributes> currentAttributesAt(std::size_t index) const;
+    // The texts of walk item `index` with `attributes`, as the processes put them into records.
+    ItemTexts textsOf(std::size_t index, const std::optional<platform::FileAttributes>& attributes);
     template<typename Field>
     Field readLocked(const Field& field) const
     {
@@ -173,6 +180,8 @@ private:
     const platform::Value* settingsValue(std::string_view key) const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".
     std::string syncedFolderPath() const;
+    // False when "korbanholdPathKey" is a string too long to name a folder (fitsFolderPath).
+    bool syncedFolderSettingFits() const;
 
     const SyncPolicy m_policy;
     std::mutex m_passMutex;
@@ -202,6 +211,8 @@ private:
     platform::Value m_jsonArray = platform::Value::array();
     platform::Value m_changedListArray = platform::Value::array();
     ModifiedDateTexts m_modifiedDates;
+    // Settings that cannot be used are logged once; used by the pass only.
+    SettingsCheck m_settingsCheck;
 };
 
 }

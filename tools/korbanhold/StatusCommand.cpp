@@ -8,6 +8,7 @@
 #include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/RecordKeys.h"
+#include "watch/WatcherState.h"
 
 #include <cstdlib>
 #include <fstream>
@@ -68,6 +69,16 @@ std::string describeSocket()
     }
 }
 
+// What the file watcher does, from the state file it keeps in the runtime folder.
+std::string describeWatcher()
+{
+    try {
+        return watch::describeWatcher(watch::watcherStateFile());
+    } catch (const platform::ipc::ListenError& error) {
+        return std::string("unknown (") + error.what() + ")";
+    }
+}
+
 std::string describeServer()
 {
     const char* server = std::getenv("KORBANHOLD_SERVER");
@@ -100,7 +111,8 @@ void printStatus()
     valid &= printDomain(store, service::syncServiceName, { settings::fileWatchedData }, true);
     std::cout << "Socket: " << describeSocket() << '\n';
     std::cout << "Server: " << describeServer() << '\n';
-    std::cout << "Mode: " << describeMode() << std::endl;
+    std::cout << "Mode: " << describeMode() << '\n';
+    std::cout << "Watcher: " << describeWatcher() << std::endl;
     if (!valid)
         throw CLI::RuntimeError(exitFailure);
 }
@@ -109,7 +121,7 @@ void printStatus()
 
 void addStatusCommand(CLI::App& app)
 {
-    app.add_subcommand("status", "Print the settings the service reads, its table's size, its socket and its server")
+    app.add_subcommand("status", "Print the settings the service reads, its table's size, its socket, its server and its file watcher")
         ->callback(printStatus);
 }
 
