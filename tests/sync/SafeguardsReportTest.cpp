@@ -1,0 +1,151 @@
+// The default mode's checks of a batch report's reply and its retries, against a loopback HTTP server that answers
+// the batch report with the status and body each test scripts.
+
+#include "SyncFixture.h"
+
+#include "platform/HttpTestServers.h"
+#include "platform/NetworkReachability.h"
+#include "support/Eventually.h"
+#include "support/ScopedEnvironment.h"
+
+#include <atomic>
+#include <mutex>
+
+using platform::Value;
+using namespace synctest;
+using namespace std::chrono_literals;
+
+namespace {
+
+class SafeguardsReport : public synctest::SyncFixture {
+protected:
+    SafeguardsReport()
+    {
+        useGuardedMode();
+        service->talksToServer = true;
+        replies.server.Post("/KorbanholdRestService/SyncFileChanges.svc/SyncFilesInTableAndCloud",
+            [this](const httplib::Request&, httplib::Response& response) {
+                std::lock_guard lock(m_mutex);
+                response.status = m_status;
+                response.set_content(m_body, "application/json");
+                ++m_requests;
+            });
+        replies.start();
+        serverVariable.emplace("KORBANHOLD_SERVER", replies.url("").substr(std::string("http://").size()));
+    }
+
+    void answer(int status, std::string body)
+    {
+        std::lock_guard lock(m_mutex);
+        m_status = status;
+        m_body = std::move(body);
+    }
+
+    // A change record of the item a.txt that the table in memory also holds.
+    Value change(const std::string& type, const std::string& fileNumber, const std::string& relative) const
+    {
+        Value record = tableRecord(fileNumber, path(relative), "");
+        record.setObject(Value(type), "changeTypeKey");
+        return record;
+    }
+
+    // Reports `changes` with `table` as the table in memory, and waits until the completion has decided.
+    void report(const Value& table, const Value& changes)
+    {
+        firstPass();
+        service->setUserDefaultsArray(table);
+        raiseStatus("0");
+        std::size_t decided = log.countStartingWith("filde ID updayted") + log.countStartingWith("The batch report stored");
+        service->SyncFilesWithTableAndCloudProcess(changes);
+        ASSERT_TRUE(testsupport::eventually([&] {
+            return log.countStartingWith("filde ID updayted") + log.countStartingWith("The batch report stored") > decided;
+        }));
+    }
+
+    bool logHolds(const std::string& part) const
+    {
+        for (const auto& line : log.lines()) {
+            if (line.find(part) != std::string::npos)
+                return true;
+        }
+        return false;
+    }
+
+    static std::string result(const std::string& fileId, const std::string& returnStatus, const std::string& number)
+    {
+        return "{\"FileID\": \"" + fileId + "\", \"ReturnStatus\": \"" + returnStatus + "\", \"BaseSystemFileID\": \""
+            + number + "\"}";
+    }
+
+    httptest::LoopbackHttpServer replies;
+    std::optional<testsupport::ScopedEnvironment> serverVariable;
+    platform::PinnedReachabilityFlags reachable { platform::reachability::Reachable };
+
+private:
+    std::mutex m_mutex;
+    int m_status = 200;
+    std::string m_body = "[]";
+    std::atomic<int> m_requests { 0 };
+};
+
+TEST_F(SafeguardsReport, AnHttpErrorStoresNothingWhateverTheBody)
+{
+    answer(500, "[" + result("F-5", "0", "5") + "]");
+    report(Value::array({ tableRecord("5", path("a.txt"), "") }), Value::array({ change("Created", "5", "a.txt") }));
+    EXPECT_FALSE(storedTable());
+    EXPECT_TRUE(logHolds("The batch report stored nothing complete (the server answered with HTTP status 500)"));
+}
+
+TEST_F(SafeguardsReport, AnObjectOrAnEmptyListWhereTheResultsBelongStoresNothing)
+{
+    answer(200, "{}");
+    report(Value::array({ tableRecord("5", path("a.txt"), "") }), Value::array({ change("Created", "5", "a.txt") }));
+    EXPECT_FALSE(storedTable());
+    EXPECT_TRUE(logHolds("the server's reply holds 0 results for 1 changes"));
+}
+
+TEST_F(SafeguardsReport, ARefusedChangeIsLeftUndoneAndTheAcceptedOneIsStored)
+{
+    answer(200, "[" + result("F-5", "0", "5") + ", " + result("", "1", "6") + ", " + result("", "1", "7") + "]");
+    Value renamed = change("Renamed", "6", "new.txt");
+    renamed.setObject(Value(path("old.txt")), "oldPathKey");
+    Value table = Value::array({ tableRecord("5", path("a.txt"), ""), tableRecord("6", path("new.txt"), "F-6") });
+    report(table, Value::array({ change("Created", "5", "a.txt"), renamed, change("Deleted", "7", "gone.txt") }));
+
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    // The accepted creation is stored with its server identifier; the refused rename is back at its old path, and
+    // the refused deletion's entry is back, so that the next pass reports both again.
+    EXPECT_EQ(summary(*stored), (Lines { "Created a.txt", "Created old.txt", "Deleted gone.txt" }));
+    EXPECT_EQ(text(entryWithPath(*stored, path("a.txt")), "FileIDKey"), "F-5");
+    EXPECT_TRUE(logHolds("the server refused 2 of 3 changes; they are reported again"));
+}
+
+TEST_F(SafeguardsReport, AFailedReportRaisesTheStatusAgainAfterTheBackoff)
+{
+    answer(503, "{\"error\": \"busy\"}");
+    report(Value::array({ tableRecord("5", path("a.txt"), "") }), Value::array({ change("Created", "5", "a.txt") }));
+    EXPECT_TRUE(logHolds("it is retried in 2000 ms"));
+    EXPECT_EQ(status(), Value("0"));
+    clock.advance(2s);
+    ASSERT_TRUE(testsupport::eventually([&] { return status() == Value("1"); }));
+
+    // The next failure waits twice as long.
+    report(Value::array({ tableRecord("5", path("a.txt"), "") }), Value::array({ change("Created", "5", "a.txt") }));
+    EXPECT_TRUE(logHolds("it is retried in 4000 ms"));
+}
+
+// The described outcome: any JSON reply is an answer.
+TEST_F(SafeguardsReport, InStrictModeAnHttpErrorWithAListIsStored)
+{
+    useStrictMode();
+    service->talksToServer = true;
+    answer(500, "[" + result("F-5", "0", "5") + "]");
+    report(Value::array({ tableRecord("5", path("a.txt"), "") }), Value::array({ change("Created", "5", "a.txt") }));
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(text(entryWithPath(*stored, path("a.txt")), "FileIDKey"), "F-5");
+    EXPECT_FALSE(logHolds("The batch report stored"));
+}
+
+}
