@@ -88,6 +88,33 @@ namespace {
         }
     }
 
+    // Result k answers change k: its identifier goes to the table entry of that change's path and file number, so
+    // that two paths of one file number (hard links) each get their own. Deletions have no entry.
+    void copyServerFileIDsOfChanges(
+        Value& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& changes)
+    {
+        boost::unordered_flat_map<std::string, std::size_t> positionOfPathAndNumber;
+        for (std::size_t position = 0; position < table.count(); ++position) {
+            const Value& entry = table.at(position);
+            const Value* path = entry.find(keys::baseSystemFilePath);
+            const Value* number = entry.find(keys::baseSystemFileID);
+            if (path && number && path->isString() && number->isString())
+                positionOfPathAndNumber.try_emplace(number->string() + '\n' + path->string(), position);
+        }
+        for (std::size_t index = 0; index < results.size() && index < changes.count(); ++index) {
+            const Value& change = changes.at(index);
+            const Value* type = change.find(keys::changeType);
+            const Value* path = change.find(keys::baseSystemFilePath);
+            const Value* number = change.find(keys::baseSystemFileID);
+            if (!results[index].fileId || !path || !number || !path->isString() || !number->isString()
+                || (type && type->isString() && type->string() == changeTypes::deleted))
+                continue;
+            auto found = positionOfPathAndNumber.find(number->string() + '\n' + path->string());
+            if (found != positionOfPathAndNumber.end())
+                table.mutableAt(found->second).setObject(*results[index].fileId, keys::fileID);
+        }
+    }
+
 }
 
 void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
@@ -104,9 +131,12 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
             }
             auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
             auto self = shared_from_this();
+            m_reportsInFlight.started();
             rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
                 [self, changedListArray](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
                     rest::TransportStatus status) {
+                    // Whatever happens below, the report is over when this returns.
+                    ReportsInFlight::Finishing finishing(self->m_reportsInFlight, [self] { self->raiseStatus(); });
                     // Any other status stores nothing: the next pass finds the same differences again.
                     if (status != rest::TransportSucceeded) {
                         self->retryReport(platform::format("transport status %@", status));
@@ -138,18 +168,21 @@ void SyncFilesXpcService::handleReportReply(
         return;
     }
     Value refused = Value::array();
+    Value acceptedChanges = Value::array();
     std::vector<SyncFilesInTableAndCloudResponseData> accepted;
     for (std::size_t index = 0; index < results.size(); ++index) {
-        if (isAcceptedReturnStatus(results[index].returnStatus))
+        if (isAcceptedReturnStatus(results[index].returnStatus)) {
             accepted.push_back(results[index]);
-        else
+            acceptedChanges.append(changes.at(index));
+        } else {
             refused.append(changes.at(index));
+        }
     }
     if (refused.count() == changes.count()) {
         retryReport(platform::format("the server refused all %@ changes", changes.count()));
         return;
     }
-    storeAcceptedTable(accepted, refused);
+    storeAcceptedTable(accepted, refused, &acceptedChanges);
     if (refused.count() != 0)
         retryReport(platform::format("the server refused %@ of %@ changes; they are reported again",
             refused.count(), changes.count()));
@@ -163,18 +196,22 @@ void SyncFilesXpcService::retryReport(const std::string& reason)
         return;
     auto self = shared_from_this();
     auto delay = m_reportRetry.failed([self] {
-        if (platform::UserDefaults* prefs = self->readLocked(self->m_prefs)) {
-            platform::log("Retrying the batch report: FileWatcher 1");
-            writeStatus(*prefs, "1");
-        }
+        platform::log("Retrying the batch report: FileWatcher 1");
+        self->raiseStatus();
     });
     if (delay)
         platform::log("The batch report stored nothing complete (%@); it is retried in %@ ms", std::string_view(reason),
             static_cast<long long>(delay->count()));
 }
 
-void SyncFilesXpcService::storeAcceptedTable(
-    const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& refused)
+void SyncFilesXpcService::raiseStatus()
+{
+    if (platform::UserDefaults* prefs = readLocked(m_prefs))
+        writeStatus(*prefs, "1");
+}
+
+void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableAndCloudResponseData>& results,
+    const Value& refused, const Value* acceptedChanges)
 {
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
@@ -185,7 +222,10 @@ void SyncFilesXpcService::storeAcceptedTable(
     m_standardDefaults.synchronize();
     writeStatus(m_standardDefaults, "0");
 
-    copyServerFileIDs(table, results);
+    if (acceptedChanges)
+        copyServerFileIDsOfChanges(table, results, *acceptedChanges);
+    else
+        copyServerFileIDs(table, results);
     setUserDefaultsArray(table);
     m_standardDefaults.setObject(table, settings::fileWatchedData);
     m_standardDefaults.synchronize();

@@ -28,6 +28,7 @@
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
 #include "sync/ReportRetry.h"
+#include "sync/ReportsInFlight.h"
 #include "sync/RootGuard.h"
 #include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
@@ -128,8 +129,11 @@ private:
 
     // The completions that change the object: each takes the pass lock. `refused` lists the change records whose
     // results the server refused; the table stored leaves them undone, so that a later pass finds them again.
+    // `acceptedChanges` (guarded): the change of each result, whose entry gets the result's server identifier.
     void storeAcceptedTable(const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results,
-        const platform::Value& refused = platform::Value::array());
+        const platform::Value& refused = platform::Value::array(), const platform::Value* acceptedChanges = nullptr);
+    // "FileWatcherStatusKey" = "1", as SyncFile writes it.
+    void raiseStatus();
     // The guarded check of a batch report's reply: stores what the server accepted, and retries what it did not.
     void handleReportReply(const platform::Value& changes,
         const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results);
@@ -193,6 +197,7 @@ private:
     FailureStreak m_failures;
     bool m_workingAround = false;
     ReportRetry m_reportRetry;
+    ReportsInFlight m_reportsInFlight;
 
     platform::UserDefaults& m_standardDefaults;
     // `prefs`: set by SyncFile; the end of a pass writes the idle status through it.

@@ -69,6 +69,8 @@ void SyncFilesXpcService::runPass()
 {
     if (!readDomainsAndStatus())
         return;
+    if (m_policy.waitsForReportsInFlight() && m_reportsInFlight.holdBackPass())
+        return;
     loadTables();
     if (holdsBackForMissingRoot())
         return;

@@ -49,6 +49,9 @@ public:
     // A report answered with an HTTP error, a body that is not a list of results, or a refused change stores
     // nothing for those changes.
     bool checksReportReplies() const { return !m_strict; }
+    // A pass waits while a batch report of the object is under way, so that it does not report the same changes
+    // again before the table is stored; the report's end raises the status for it.
+    bool waitsForReportsInFlight() const { return !m_strict; }
     // A report that stored nothing raises the status again after a backoff.
     bool retriesFailedReports() const { return !m_strict; }
     // A pass that failed for the same reason three times in a row leaves out what causes the failure.

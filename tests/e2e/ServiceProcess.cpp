@@ -73,8 +73,8 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };
-    if (m_strict)
-        options.environment.emplace_back("KORBANHOLD_STRICT", *m_strict);
+    for (const auto& [name, value] : m_environment)
+        options.environment.emplace_back(name, value);
     options.timeout = std::chrono::seconds(20);
     return options;
 }

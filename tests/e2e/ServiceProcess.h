@@ -26,7 +26,9 @@ public:
     void setServer(std::string address) { m_server = std::move(address); }
     // Runs the service in strict mode (KORBANHOLD_STRICT=1) or in the default mode whatever the test's own
     // environment says; without a call the service takes the mode from the test's environment.
-    void setStrictMode(bool strict) { m_strict = strict ? "1" : "0"; }
+    void setStrictMode(bool strict) { setEnvironment("KORBANHOLD_STRICT", strict ? "1" : "0"); }
+    // Sets a variable in the environment of every program the test starts from now on.
+    void setEnvironment(std::string name, std::string value) { m_environment.emplace_back(std::move(name), std::move(value)); }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -46,7 +48,7 @@ private:
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
     std::optional<std::string> m_server;
-    std::optional<std::string> m_strict;
+    std::vector<std::pair<std::string, std::string>> m_environment;
 };
 
 class ServiceProcess {

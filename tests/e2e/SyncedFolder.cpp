@@ -77,6 +77,13 @@ void SyncedFolder::startServer()
     m_records = std::make_unique<ServerRecords>(*m_server);
 }
 
+void SyncedFolder::startServerOnPort(int port)
+{
+    m_server = std::make_unique<testsupport::DevServerProcess>(std::vector<std::string> {
+        "--db", (m_workspace / "server.sqlite").string(), "--port", std::to_string(port) });
+    m_records = std::make_unique<ServerRecords>(*m_server);
+}
+
 void SyncedFolder::stopServer()
 {
     m_records.reset();

@@ -81,6 +81,9 @@ protected:
     // The changes of the last batch report (type, path, file number), one per line, for failure messages.
     std::string lastReportDescription() const;
     void stopServer();
+    // Starts the server again on the same database and on `port` (the one it had), so that the running service
+    // reaches it without a restart.
+    void startServerOnPort(int port);
 
     ServiceFolders m_folders;
     Defaults m_defaults { m_folders };

@@ -1,5 +1,7 @@
 #include "support/DevServerProcess.h"
 
+#include <algorithm>
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -25,7 +27,8 @@ ProcessOptions withLifetime(ProcessOptions options)
 
 std::vector<std::string> onAnyPort(std::vector<std::string> arguments)
 {
-    arguments.insert(arguments.end(), { "--port", "0" });
+    if (std::find(arguments.begin(), arguments.end(), "--port") == arguments.end())
+        arguments.insert(arguments.end(), { "--port", "0" });
     return arguments;
 }
 

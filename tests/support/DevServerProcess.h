@@ -12,7 +12,8 @@ namespace testsupport {
 
 class DevServerProcess {
 public:
-    // Starts the server with `arguments` and "--port 0", and waits for its "listening on" line.
+    // Starts the server with `arguments` and "--port 0" (unless they name a port), and waits for its "listening on"
+    // line.
     explicit DevServerProcess(std::vector<std::string> arguments = { "--db", ":memory:" },
         ProcessOptions options = {});
     // Ends the server with SIGTERM if it still runs.
