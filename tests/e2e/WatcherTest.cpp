@@ -164,7 +164,13 @@ TEST_F(Watched, AnOverflowedQueueRaisesAndWatchesEveryFolderAgain)
     ASSERT_TRUE(changeAndConverge("echo later > lost/inner/later.txt"));
 }
 
-TEST_F(Watched, TheSyncedFolderDeletedAndMadeAgainIsFollowed)
+// The described system: a deleted synced folder walks as an empty one, and the server is emptied.
+class StrictWatched : public Watched {
+protected:
+    StrictWatched() { m_folders.setStrictMode(true); }
+};
+
+TEST_F(StrictWatched, TheSyncedFolderDeletedAndMadeAgainIsFollowed)
 {
     startWatcher();
     ASSERT_TRUE(changeAndConverge("mkdir -p keep && echo 1 > keep/one.txt"));
@@ -172,6 +178,21 @@ TEST_F(Watched, TheSyncedFolderDeletedAndMadeAgainIsFollowed)
     ASSERT_TRUE(m_watcher->logEventuallyHolds("the synced folder is not there"));
     EXPECT_TRUE(testsupport::eventually([&] { return m_records->files(m_account.computerId).empty(); }, 60s, 250ms))
         << m_watcher->log() << logTail();
+    fs::create_directories(syncedFolder() / "again");
+    testsupport::writeFile(syncedFolder() / "again" / "back.txt", "back");
+    ASSERT_TRUE(converges());
+    ASSERT_TRUE(changeAndConverge("echo more > again/more.txt"));
+}
+
+// By default the service holds back while the synced folder is gone; once it is made again, what it holds is synced.
+TEST_F(Watched, TheSyncedFolderDeletedIsNotReportedAndWhatIsMadeAgainIsFollowed)
+{
+    startWatcher();
+    ASSERT_TRUE(changeAndConverge("mkdir -p keep && echo 1 > keep/one.txt"));
+    const auto files = m_records->files(m_account.computerId).size();
+    ASSERT_TRUE(run("rm -rf " + quoted(syncedFolder())));
+    ASSERT_TRUE(m_folders.logEventuallyHolds("Nothing is synced while the synced folder")) << logTail();
+    EXPECT_EQ(m_records->files(m_account.computerId).size(), files);
     fs::create_directories(syncedFolder() / "again");
     testsupport::writeFile(syncedFolder() / "again" / "back.txt", "back");
     ASSERT_TRUE(converges());
