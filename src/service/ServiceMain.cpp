@@ -19,6 +19,7 @@ void runListener()
     auto listener = platform::ipc::Listener::serviceListener(syncServiceName);
     listener->setDelegate(std::make_shared<ServiceDelegate>());
     listener->start();
+    announceSyncMode(engine::SyncPolicy::forProcess());
     platform::notifyServiceReady();
     platform::runMainQueue();
     listener->announceTerminationImminent();

@@ -2,6 +2,7 @@
 
 #include "platform/IpcServiceSocket.h"
 #include "platform/Log.h"
+#include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/SyncFilesXpcService.h"
 
 #include <fstream>
@@ -26,6 +27,13 @@ std::shared_ptr<engine::SyncFilesXpcService> syncEngineForRequest()
 
 namespace service {
 
+namespace {
+    std::filesystem::path serviceSocketPathBeside(const std::filesystem::path& modePath)
+    {
+        return modePath.parent_path() / (std::string(syncServiceName) + ".sock");
+    }
+}
+
 std::optional<std::filesystem::path> syncModePath()
 {
     try {
@@ -39,11 +47,11 @@ void announceSyncMode(const engine::SyncPolicy& policy)
 {
     platform::log("Sync mode: %@", policy.name());
     auto path = syncModePath();
-    if (!path)
-        return;
     std::error_code error;
-    if (std::filesystem::create_directories(path->parent_path(), error))
-        std::filesystem::permissions(path->parent_path(), std::filesystem::perms::owner_all, error);
+    // Only beside the service's own socket: a service given its socket by systemd may have no runtime folder of
+    // its own to write into.
+    if (!path || !std::filesystem::is_socket(serviceSocketPathBeside(*path), error))
+        return;
     auto written = path->string() + ".new";
     std::ofstream(written) << policy.name() << '\n';
     std::filesystem::rename(written, *path, error);

@@ -4,6 +4,7 @@
 #include "platform/IpcServiceSocket.h"
 #include "platform/Queue.h"
 #include "platform/ServiceReadiness.h"
+#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 
 namespace service {
@@ -18,6 +19,7 @@ void XPCService::runService()
 {
     auto server = platform::ipc::Server::start(platform::ipc::listenForService(syncServiceName),
         XPCServiceConnectionHandler);
+    announceSyncMode(engine::SyncPolicy::forProcess());
     platform::notifyServiceReady();
     platform::runMainQueue();
     server->announceTerminationImminent();

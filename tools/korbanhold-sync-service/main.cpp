@@ -27,7 +27,6 @@
 #include "platform/UserDefaults.h"
 #include "rest/RestURL.h"
 #include "service/ServiceMain.h"
-#include "service/SyncEngines.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/SyncPolicy.h"
 
@@ -82,7 +81,6 @@ int main(int argc, char** argv)
         platform::setLogSink(platform::journalSink());
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
-    service::announceSyncMode(engine::SyncPolicy::forProcess());
     try {
         rest::configuredServer();
         const int status = service::main(argc, argv);
