@@ -123,12 +123,41 @@ std::filesystem::path preferencesFolderFor(const char* preferencesDir, const cha
                                     "home folder is known");
 }
 
-std::filesystem::path preferencesFolder()
+// $HOME, or the password database's home folder when HOME is unset.
+static std::string homeFolder()
 {
     const char* home = std::getenv("HOME");
-    const std::string passwordHome = isSet(home) ? std::string() : homeFromPasswordDatabase();
+    return isSet(home) ? std::string(home) : homeFromPasswordDatabase();
+}
+
+std::filesystem::path preferencesFolder()
+{
     return preferencesFolderFor(std::getenv("KORBANHOLD_PREFERENCES_DIR"), std::getenv("XDG_CONFIG_HOME"),
-        isSet(home) ? home : passwordHome.c_str());
+        homeFolder().c_str());
+}
+
+std::filesystem::path stateFolderFor(const char* preferencesDir, const char* xdgStateHome, const char* home)
+{
+    if (isSet(preferencesDir))
+        return preferencesDir;
+    if (isSet(xdgStateHome) && xdgStateHome[0] == '/')
+        return std::filesystem::path(xdgStateHome) / "korbanhold";
+    if (isSet(home))
+        return std::filesystem::path(home) / ".local" / "state" / "korbanhold";
+    Exception::raiseInvalidArgument("No state folder: neither KORBANHOLD_PREFERENCES_DIR, XDG_STATE_HOME nor a "
+                                    "home folder is known");
+}
+
+std::filesystem::path stateFolder()
+{
+    return stateFolderFor(std::getenv("KORBANHOLD_PREFERENCES_DIR"), std::getenv("XDG_STATE_HOME"),
+        homeFolder().c_str());
+}
+
+void ensureFolder(const std::filesystem::path& folder)
+{
+    if (!openOrMakeFolder(folder))
+        raiseErrno(errno, "Cannot open the folder " + folder.string());
 }
 
 FileIdentity FileIdentity::of(const struct stat& status)

@@ -3,6 +3,7 @@
 #include "platform/Log.h"
 #include "platform/PreferenceJson.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -13,6 +14,7 @@ namespace platform {
 namespace {
 
 constexpr std::string_view domainFileSuffix = ".json";
+constexpr std::string_view databaseFileSuffix = ".sqlite";
 
 std::mutex applicationDomainMutex;
 std::string configuredApplicationDomain;
@@ -40,17 +42,27 @@ void checkDomainName(std::string_view name)
 }
 
 UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path folder)
+    : UserDefaults(std::move(applicationDomain), folder, folder)
+{
+}
+
+UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path folder, std::filesystem::path stateFolder)
     : m_applicationDomain(std::move(applicationDomain))
     , m_folder(std::move(folder))
+    , m_stateFolder(std::move(stateFolder))
 {
     checkDomainName(m_applicationDomain);
 }
 
+UserDefaults::~UserDefaults() = default;
+
 UserDefaults& UserDefaults::standardUserDefaults()
 {
-    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder());
+    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder(), stateFolder());
     return standard;
 }
+
+bool UserDefaults::isDatabaseDomain(std::string_view name) { return name == "Ulmaridon.SyncFilesXpcService"; }
 
 void UserDefaults::setApplicationDomain(std::string name)
 {
@@ -86,7 +98,7 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
         domain.removeObjectForKey(forKey);
     else
         return;
-    storeDomain(m_applicationDomain, writePreferenceJson(domain, domainFileOptions()));
+    store(m_applicationDomain, domain, nullptr);
 }
 
 bool UserDefaults::synchronize()
@@ -111,9 +123,10 @@ void UserDefaults::setPersistentDomain(const Value& domain, std::string_view for
         Exception::raiseInvalidArgument("A preference domain must be a dictionary, not "
             + std::string(domain.className()));
     // Encoded before taking the lock: a large domain does not hold up other threads' reads while it is encoded.
-    const std::string text = writePreferenceJson(domain, domainFileOptions());
+    // A database domain encodes only the values it writes, in its transaction.
+    const std::string text = isDatabaseDomain(forName) ? std::string() : writePreferenceJson(domain, domainFileOptions());
     std::lock_guard lock(m_mutex);
-    storeDomain(std::string(forName), text);
+    store(std::string(forName), domain, &text);
 }
 
 void UserDefaults::removePersistentDomainForName(std::string_view name)
@@ -123,8 +136,11 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
     const std::string key(name);
     m_cache.erase(key);
     try {
-        removeFileDurably(m_folder, fileNameOf(key));
-    } catch (const std::system_error& error) {
+        if (PreferenceDatabase* database = databaseOf(key))
+            database->remove();
+        else
+            removeFileDurably(m_folder, fileNameOf(key));
+    } catch (const std::exception& error) {
         log("Could not remove preference domain %@: %@", key, error.what());
         m_writesFailed = true;
     }
@@ -132,21 +148,62 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
 
 std::vector<std::string> UserDefaults::persistentDomainNames() const
 {
-    return fileStemsWithSuffix(m_folder, domainFileSuffix);
+    auto names = fileStemsWithSuffix(m_folder, domainFileSuffix);
+    for (auto& name : fileStemsWithSuffix(m_stateFolder, databaseFileSuffix))
+        if (isDatabaseDomain(name))
+            names.push_back(std::move(name));
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
 }
 
 std::uint64_t UserDefaults::parseCount() const
 {
     std::lock_guard lock(m_mutex);
-    return m_parseCount;
+    std::uint64_t count = m_parseCount;
+    for (const auto& [name, database] : m_databases)
+        count += database->loadCount();
+    return count;
 }
 
 // ---------------------------------------------------------------- Files and cache (m_mutex held)
 
-std::filesystem::path UserDefaults::pathOf(const std::string& name) const { return m_folder / fileNameOf(name); }
+std::filesystem::path UserDefaults::pathOf(const std::string& name) const
+{
+    if (isDatabaseDomain(name))
+        return m_stateFolder / (name + std::string(databaseFileSuffix));
+    return m_folder / fileNameOf(name);
+}
+
+PreferenceDatabase* UserDefaults::databaseOf(const std::string& name)
+{
+    if (!isDatabaseDomain(name))
+        return nullptr;
+    auto& database = m_databases[name];
+    if (!database)
+        database = std::make_unique<PreferenceDatabase>(pathOf(name), m_folder / fileNameOf(name));
+    return database.get();
+}
+
+void UserDefaults::store(const std::string& name, const Value& domain, const std::string* encoded)
+{
+    PreferenceDatabase* database = databaseOf(name);
+    if (!database) {
+        storeDomain(name, encoded ? *encoded : writePreferenceJson(domain, domainFileOptions()));
+        return;
+    }
+    try {
+        database->write(domain);
+    } catch (const PreferenceDatabaseError& error) {
+        log("Could not write preference domain %@: %@", name, error.what());
+        m_writesFailed = true;
+    }
+}
 
 std::optional<Value> UserDefaults::loadDomain(const std::string& name)
 {
+    if (PreferenceDatabase* database = databaseOf(name))
+        return database->read();
     CachedDomain& cached = m_cache[name];
     // Read before the stat, so that a version seen by the stat or the read below is judged against it.
     const timespec clock = coarseRealTime();

@@ -268,3 +268,22 @@ TEST_F(SyncPass, EverySharedRecordStartsThePassMarkedForDeletion)
 }
 
 }
+
+TEST_F(SyncPass, ATableAnotherProcessStoresIsTheOneTheNextPassReads)
+{
+    writeFile("a.txt", "a");
+    writeFile("b.txt", "b");
+    firstPass();
+    acceptReport();
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u);
+    // Another program of the product takes b.txt out of the stored table between two passes (its own store, its own
+    // database connection): the very next pass reads that table and finds b.txt new.
+    Value table = *storedTable();
+    for (std::size_t index = 0; index < table.count(); ++index)
+        if (text(table.at(index), "BaseSystemFilePathKey") == path("b.txt"))
+            table.removeAt(index--);
+    storeTable(table);
+    nextPass();
+    EXPECT_EQ(summary(changes()), Lines { "Created b.txt" });
+}

@@ -48,7 +48,12 @@ protected:
         platform::UserDefaults("test", preferences.path()).setPersistentDomain(contents, domain);
     }
 
-    std::string fileOf(const std::string& domain) const { return (preferences.path() / (domain + ".json")).string(); }
+    // The service's own domain is a database, the others are JSON files (docs/preferences.md).
+    std::string fileOf(const std::string& domain) const
+    {
+        const char* suffix = domain == "Ulmaridon.SyncFilesXpcService" ? ".sqlite" : ".json";
+        return (preferences.path() / (domain + suffix)).string();
+    }
     std::string socketPath() const { return (runtime / "Ulmaridon.SyncFilesXpcService.sock").string(); }
 
     static Value entries(int count)

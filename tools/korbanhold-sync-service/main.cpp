@@ -29,6 +29,9 @@ int main(int argc, char** argv)
     platform::setProgramName("korbanhold-sync-service");
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
+    // A write over the file-size limit fails with EFBIG, which the store reports and survives, instead of ending the
+    // process.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard
