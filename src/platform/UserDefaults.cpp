@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <malloc.h>
 #include <system_error>
 #include <utility>
 
@@ -15,6 +16,9 @@ namespace {
 
 constexpr std::string_view domainFileSuffix = ".json";
 constexpr std::string_view databaseFileSuffix = ".sqlite";
+
+// A domain file this large leaves enough memory behind, once its values go, to be worth a trim of the heap.
+constexpr off_t largeDomainBytes = 8 * 1024 * 1024;
 
 std::mutex applicationDomainMutex;
 std::string configuredApplicationDomain;
@@ -52,6 +56,8 @@ UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path 
     , m_stateFolder(std::move(stateFolder))
 {
     checkDomainName(m_applicationDomain);
+    if (const std::size_t removed = removeTemporaryFilesOfGoneWriters(m_folder))
+        log("Removed %@ temporary files left in %@ by writers that are gone", removed, m_folder.string());
 }
 
 UserDefaults::~UserDefaults() = default;
@@ -134,6 +140,8 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
     checkDomainName(name);
     std::lock_guard lock(m_mutex);
     const std::string key(name);
+    if (const auto cached = m_cache.find(key); cached != m_cache.end())
+        forgetCachedVersion(cached->second);
     m_cache.erase(key);
     try {
         if (PreferenceDatabase* database = databaseOf(key))
@@ -164,6 +172,24 @@ std::uint64_t UserDefaults::parseCount() const
     for (const auto& [name, database] : m_databases)
         count += database->loadCount();
     return count;
+}
+
+void UserDefaults::releaseMemoryOfReplacedDomains()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (!std::exchange(m_largeDomainReplaced, false))
+            return;
+    }
+    ::malloc_trim(0);
+}
+
+void UserDefaults::forgetCachedVersion(CachedDomain& cached)
+{
+    if (cached.version && cached.version->size >= largeDomainBytes)
+        m_largeDomainReplaced = true;
+    cached.version.reset();
+    cached.domain.reset();
 }
 
 // ---------------------------------------------------------------- Files and cache (m_mutex held)
@@ -212,8 +238,7 @@ std::optional<Value> UserDefaults::loadDomain(const std::string& name)
     if (!version) {
         if (!isMissing(error))
             reportUnreadable(cached, pathOf(name), std::nullopt, std::strerror(error));
-        cached.version.reset();
-        cached.domain.reset();
+        forgetCachedVersion(cached);
         return std::nullopt;
     }
     if (cached.version == version && cached.settled)
@@ -231,13 +256,12 @@ std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDo
         // Removed between the stat and the open: simply no domain.
         if (!isMissing(error.code().value()))
             reportUnreadable(cached, path, std::nullopt, error.code().message());
-        cached.version.reset();
-        cached.domain.reset();
+        forgetCachedVersion(cached);
         return std::nullopt;
     }
+    forgetCachedVersion(cached);
     cached.version = contents.identity;
     cached.settled = contents.identity.settledBefore(clock);
-    cached.domain.reset();
     ++m_parseCount;
     try {
         if (contents.bytes.empty())
@@ -256,6 +280,8 @@ void UserDefaults::storeDomain(const std::string& name, const std::string& text)
 {
     // Our own write is read back from the file on the next read: until the file-system clock has moved on, another
     // process may replace it by a version with the same identity.
+    if (const auto cached = m_cache.find(name); cached != m_cache.end())
+        forgetCachedVersion(cached->second);
     m_cache.erase(name);
     try {
         replaceFileAtomically(m_folder, fileNameOf(name), text);
