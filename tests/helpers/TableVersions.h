@@ -16,7 +16,7 @@ inline constexpr const char* tableVersionsDomain = "Ulmaridon.SyncFilesXpcServic
 
 inline platform::Value tableVersion(std::int64_t generation)
 {
-    const std::int64_t count = 400 + (generation * 37) % 200;
+    const std::int64_t count = 60 + (generation * 37) % 40;
     platform::Array records;
     records.reserve(static_cast<std::size_t>(count));
     for (std::int64_t i = 0; i < count; ++i) {

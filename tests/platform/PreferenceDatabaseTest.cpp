@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 #include <fstream>
 #include <random>
 #include <sched.h>
@@ -53,6 +54,42 @@ void writeFile(const std::filesystem::path& path, const std::string& text)
 {
     std::ofstream(path, std::ios::binary) << text;
 }
+
+// Stores a table of 100 records, runs `scenario` in a child process (its exit status says whether what it checks
+// held), and checks that the stored table is still the one of 100 records. The status of the child, or -1.
+int storedTableSurvivesAChild(const TempDir& folder, const std::function<int()>& scenario)
+{
+    {
+        UserDefaults store(serviceDomain, folder.path());
+        store.setObject(tableOf(100), "FileWatchedDataKey");
+    }
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(scenario());
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    ::chmod(folder.string().c_str(), 0700);
+    UserDefaults store(serviceDomain, folder.path());
+    EXPECT_EQ(*store.objectForKey("FileWatchedDataKey"), tableOf(100));
+    return WEXITSTATUS(status);
+}
+
+// True when a line starting with "Could not write preference domain" is logged while the object lives.
+class WriteFailureLine {
+public:
+    WriteFailureLine()
+    {
+        platform::setLogSink([this](std::string_view text) {
+            m_logged = m_logged || text.starts_with("Could not write preference domain Ulmaridon.SyncFilesXpcService");
+        });
+    }
+    ~WriteFailureLine() { platform::setLogSink({}); }
+    bool logged() const { return m_logged; }
+
+private:
+    bool m_logged = false;
+};
 
 bool anyLineContains(const LogCapture& log, const std::string& text)
 {
@@ -177,74 +214,45 @@ TEST(PreferenceDatabase, ATruncatedDatabaseIsLoggedMovedAsideAndReadsAsAbsent)
 TEST(PreferenceDatabase, AReadOnlyFolderKeepsTheStoredTableReadableAndFailsTheStoreWithALine)
 {
     TempDir folder;
-    {
-        UserDefaults store(serviceDomain, folder.path());
-        store.setObject(tableOf(100), "FileWatchedDataKey");
-    }
     // In a child process, the folder becomes read-only: a read-only bind mount in a mount namespace of its own
     // (permissions do not bind root), or its permissions.
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    const int status = storedTableSurvivesAChild(folder, [&] {
         const std::string path = folder.string();
         const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
             && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
             && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
             && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
-        if (!mounted && ::chmod(path.c_str(), 0500) != 0)
-            ::_exit(3);
-        if (!mounted && ::geteuid() == 0)
-            ::_exit(2); // nothing would be read-only here
-        bool logged = false;
-        platform::setLogSink([&](std::string_view text) {
-            logged = logged || text.starts_with("Could not write preference domain Ulmaridon.SyncFilesXpcService");
-        });
+        if (!mounted && (::geteuid() == 0 || ::chmod(path.c_str(), 0500) != 0))
+            return 2; // nothing would be read-only here
+        WriteFailureLine line;
         UserDefaults store(serviceDomain, folder.path());
         const bool readable = store.objectForKey("FileWatchedDataKey") == tableOf(100);
         store.setObject(tableOf(3), "FileWatchedDataKey");
         const bool failed = !store.synchronize();
         const bool kept = store.objectForKey("FileWatchedDataKey") == tableOf(100);
-        ::_exit(readable && failed && logged && kept ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ::chmod(folder.string().c_str(), 0700);
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 2)
+        return readable && failed && line.logged() && kept ? 0 : 1;
+    });
+    if (status == 2)
         GTEST_SKIP() << "no mount namespace here, and permissions do not bind root";
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    UserDefaults store(serviceDomain, folder.path());
-    EXPECT_EQ(*store.objectForKey("FileWatchedDataKey"), tableOf(100));
+    EXPECT_EQ(status, 0);
 }
 
 TEST(PreferenceDatabase, AFullDiskFailsTheStoreWithALineAndKeepsTheStoredTable)
 {
     TempDir folder;
-    {
-        UserDefaults store(serviceDomain, folder.path());
-        store.setObject(tableOf(100), "FileWatchedDataKey");
-    }
     // A child process whose files cannot grow past 64 KiB stores a table of half a megabyte.
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
+    const int status = storedTableSurvivesAChild(folder, [&] {
         std::signal(SIGXFSZ, SIG_IGN);
         const rlimit limit { 64 * 1024, 64 * 1024 };
         ::setrlimit(RLIMIT_FSIZE, &limit);
-        bool logged = false;
-        platform::setLogSink([&](std::string_view text) {
-            logged = logged || text.starts_with("Could not write preference domain");
-        });
+        WriteFailureLine line;
         UserDefaults store(serviceDomain, folder.path());
         store.setObject(tableOf(5000), "FileWatchedDataKey");
         const bool failed = !store.synchronize();
         const auto table = store.objectForKey("FileWatchedDataKey");
-        ::_exit(failed && logged && table && table->count() == 100 ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-    UserDefaults store(serviceDomain, folder.path());
-    EXPECT_EQ(*store.objectForKey("FileWatchedDataKey"), tableOf(100));
+        return failed && line.logged() && table && table->count() == 100 ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
 }
 
 TEST(PreferenceDatabase, AStoreKilledAtAnyMomentLeavesTheOldTableOrTheNewOneTwoHundredTimes)

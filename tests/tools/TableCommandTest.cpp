@@ -121,7 +121,7 @@ TEST_F(TableCommand, ATableThatIsNotAListFailsWithStatusOne)
 
 TEST_F(TableCommand, ReadsAWholeTableWhileAnotherProcessStoresNewOnes)
 {
-    // About 1 s: 30 runs of `korbanhold table` while a writer stores versions of a 400-600 record table.
+    // About 2 s: 30 runs of `korbanhold table` while a writer stores versions of a table of 60 to 100 records.
     testsupport::ProcessOptions options;
     options.environment = { { "KORBANHOLD_PREFERENCES_DIR", folder.string() } };
     storeServiceDomain(testsupport::tableVersion(1));

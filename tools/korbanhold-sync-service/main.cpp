@@ -7,6 +7,9 @@
 // Environment:
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+//   XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
+//                               ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
+//   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
 //   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
@@ -37,6 +40,9 @@ namespace {
 constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+  XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
+                              ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
+  KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation)";
