@@ -16,6 +16,7 @@
 #include <map>
 #include <optional>
 #include <spawn.h>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
@@ -289,6 +290,16 @@ inline std::map<std::string, double> markerTimes(const fs::path& log, const std:
                     times[marker] = *time;
     }
     return times;
+}
+
+// The sizes of a "--sizes 10000,100000" argument.
+inline std::vector<std::size_t> sizesOf(const std::string& list)
+{
+    std::vector<std::size_t> sizes;
+    std::istringstream items(list);
+    for (std::string size; std::getline(items, size, ',');)
+        sizes.push_back(std::stoull(size));
+    return sizes;
 }
 
 }

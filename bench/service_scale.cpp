@@ -21,7 +21,6 @@
 #include <sqlite3.h>
 
 #include <csignal>
-#include <sstream>
 
 namespace {
 
@@ -62,7 +61,8 @@ long requestBodyBytes(const fs::path& serverDatabase)
     return bytes;
 }
 
-void appendTo(const fs::path& file) { std::ofstream(file, std::ios::app) << "one more line\n"; }
+// Four kilobytes more: the table keeps sizes in kilobytes, and the edit must show in them.
+void appendTo(const fs::path& file) { std::ofstream(file, std::ios::app) << std::string(4096, 'e'); }
 
 struct Figures {
     std::size_t items = 0;
@@ -82,9 +82,11 @@ public:
         , m_passes(passes)
     {
         m_figures.items = items;
-        m_edited = m_tree.home / "Korbanhold" / "folder-0" / "file-1.txt";
-        if (!fs::exists(m_edited)) // the smallest trees have no sub-folders
-            m_edited = m_tree.home / "Korbanhold" / "file-1.txt";
+        // The first file of the tree's first leaf folder.
+        m_edited = m_tree.home / "Korbanhold";
+        while (!fs::exists(m_edited / "file-1.txt"))
+            m_edited /= "folder-0";
+        m_edited /= "file-1.txt";
     }
 
     Figures measure()
@@ -156,8 +158,12 @@ private:
         fs::rename(temporary, preferences / (name + ".json"));
     }
 
+    // Raises the status once the last pass has written it off: a pass logs its change list before it writes "0", and
+    // a status raised in between would be lost.
     void raiseStatus() const
     {
+        const fs::path status = m_work / "Preferences" / "Ulmaridon.FileWatcherXpcService.json";
+        waitFor([&] { return readAll(status).find("\"0\"") != std::string::npos; }, "the status written off");
         writeDomain(m_work / "Preferences", "Ulmaridon.FileWatcherXpcService", "{\"FileWatcherStatusKey\":\"1\"}");
     }
 
@@ -268,12 +274,8 @@ int main(int argc, char** argv)
                 passes = std::stoi(arguments[k + 1]);
             else if (arguments[k] == "--cache")
                 cache = arguments[k + 1];
-            else if (arguments[k] == "--sizes") {
-                sizes.clear();
-                std::istringstream list(arguments[k + 1]);
-                for (std::string size; std::getline(list, size, ',');)
-                    sizes.push_back(std::stoull(size));
-            }
+            else if (arguments[k] == "--sizes")
+                sizes = sizesOf(arguments[k + 1]);
         }
         fs::create_directories(cache);
         for (std::size_t items : sizes)

@@ -198,12 +198,8 @@ int main(int argc, char** argv)
                 prepareOnly = arguments[k + 1] == "1";
             else if (arguments[k] == "--cache")
                 cache = arguments[k + 1];
-            else if (arguments[k] == "--sizes") {
-                sizes.clear();
-                std::istringstream list(arguments[k + 1]);
-                for (std::string size; std::getline(list, size, ',');)
-                    sizes.push_back(std::stoull(size));
-            }
+            else if (arguments[k] == "--sizes")
+                sizes = sizesOf(arguments[k + 1]);
         }
         fs::create_directories(cache);
         std::string self = fs::read_symlink("/proc/self/exe").string();
