@@ -64,14 +64,21 @@ long requestBodyBytes(const fs::path& serverDatabase)
 // Four kilobytes more: the table keeps sizes in kilobytes, and the edit must show in them.
 void appendTo(const fs::path& file) { std::ofstream(file, std::ios::app) << std::string(4096, 'e'); }
 
+// A one-file edit: the time from its pass's start to "filde ID updayted", and the bytes the service wrote meanwhile.
+struct Edit {
+    double seconds = 0;
+    long storageBytes = 0, writtenBytes = 0;
+};
+
 struct Figures {
     std::size_t items = 0;
     double find = 0, gitStatus = 0, gitAdd = 0;
     long gitPeak = 0;
     double firstSync = 0, firstRoundTrip = 0;
     long firstPeak = 0, requestBytes = 0;
-    double noChange = 0, edit = 0;
-    long editWriteBytes = 0, editWriteCalls = 0, steadyPeak = 0;
+    double noChange = 0;
+    Edit firstEdit, edit;
+    long steadyPeak = 0;
 };
 
 class Scale {
@@ -215,17 +222,23 @@ private:
         }
         m_figures.noChange = median(passes);
 
-        const long bytesBefore = procField(service->pid(), "io", "write_bytes:");
-        const long callsBefore = procField(service->pid(), "io", "wchar:");
+        // The first edit after the first sync also stores every record in the key order the pass gives them (the
+        // first sync stored them in the order of "Created" records); the second is what every later edit costs.
+        m_figures.firstEdit = measureEdit(service->pid(), log, follower);
+        m_figures.edit = measureEdit(service->pid(), log, follower);
+        m_figures.steadyPeak = procField(service->pid(), "status", "VmHWM:");
+    }
+
+    Edit measureEdit(pid_t service, const fs::path& log, LogFollower& follower)
+    {
+        const long storageBefore = procField(service, "io", "write_bytes:");
+        const long writtenBefore = procField(service, "io", "wchar:");
         appendTo(m_edited);
         raiseStatus();
         waitFor([&] { return follower.find(storedLine); }, "the edit's stored table");
-        // The second store is followed by its log line; the bytes are counted once it is written.
         const auto times = markerTimes(log, { passStartLine, storedLine });
-        m_figures.edit = times.at(storedLine) - times.at(passStartLine);
-        m_figures.editWriteBytes = procField(service->pid(), "io", "write_bytes:") - bytesBefore;
-        m_figures.editWriteCalls = procField(service->pid(), "io", "wchar:") - callsBefore;
-        m_figures.steadyPeak = procField(service->pid(), "status", "VmHWM:");
+        return { times.at(storedLine) - times.at(passStartLine),
+            procField(service, "io", "write_bytes:") - storageBefore, procField(service, "io", "wchar:") - writtenBefore };
     }
 
     Tree m_tree;
@@ -250,10 +263,13 @@ void print(const Figures& f)
         f.requestBytes / (1024.0 * 1024.0), f.firstPeak * 1024.0 / static_cast<double>(std::max(1L, f.requestBytes)));
     std::printf("no-change pass %.3f s: / git status %.2f (goal <= 0.7), / find %.2f (goal <= 0.6)\n", f.noChange,
         f.noChange / f.gitStatus, f.noChange / f.find);
-    std::printf("one-file edit, pass start to \"filde ID updayted\": %.3f s = no-change pass + %.0f ms (goal <= +100 ms)\n",
-        f.edit, (f.edit - f.noChange) * 1000);
-    std::printf("  bytes written for it: %.2f MB to storage, %.2f MB by write calls (goal <= 1 MB)\n",
-        f.editWriteBytes / (1024.0 * 1024.0), f.editWriteCalls / (1024.0 * 1024.0));
+    for (const auto& [name, edit] : { std::pair { "first one-file edit after the first sync", f.firstEdit },
+             std::pair { "next one-file edit", f.edit } }) {
+        std::printf("%s, pass start to \"filde ID updayted\": %.3f s = no-change pass + %.0f ms (goal <= +100 ms)\n",
+            name, edit.seconds, (edit.seconds - f.noChange) * 1000);
+        std::printf("  bytes written for it: %.2f MB to storage, %.2f MB by write calls (goal <= 1 MB)\n",
+            edit.storageBytes / (1024.0 * 1024.0), edit.writtenBytes / (1024.0 * 1024.0));
+    }
     std::printf("peak of a freshly started service over no-change passes and the edit: %.1f MB = %.2f x git status "
                 "(goal <= 2)\n",
         f.steadyPeak / mb, static_cast<double>(f.steadyPeak) / static_cast<double>(std::max(1L, f.gitPeak)));
