@@ -44,12 +44,7 @@ extern char** environ;
 namespace {
 
 namespace fs = std::filesystem;
-using bench::Background;
-using bench::Clock;
-using bench::LogFollower;
-using bench::readAll;
-using bench::toolsFolder;
-using bench::waitFor;
+using namespace bench;
 using platform::Value;
 
 constexpr const char* passStartLine = "syncFileInTablenCloud: 1";
@@ -57,12 +52,6 @@ constexpr const char* passEndLine = "Final List changed list";
 constexpr const char* requestLine = "Json String";
 constexpr const char* replyLine = "response ";
 constexpr const char* storedLine = "filde ID updayted";
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
 
 // ---------------------------------------------------------------- the folder
 

@@ -31,21 +31,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using bench::Background;
-using bench::Clock;
-using bench::LogFollower;
-using bench::readAll;
-using bench::toolsFolder;
-using bench::waitFor;
+using namespace bench;
 using platform::Value;
 
 double seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
 
 std::size_t occurrences(const std::string& text, const std::string& part)
 {

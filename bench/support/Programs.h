@@ -1,8 +1,9 @@
 #pragma once
 
 // What the benchmarks that run the real programs share: the programs of this build, a program running in the
-// background, and waiting for a log line or any other condition.
+// background, waiting for a log line or any other condition, and the median of what they measured.
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -22,6 +23,12 @@ namespace bench {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
+
+inline double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
 
 inline fs::path toolsFolder()
 {
