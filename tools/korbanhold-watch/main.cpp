@@ -9,6 +9,7 @@
 //   KORBANHOLD_RUNTIME_DIR       the service's socket and the watcher's state file (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_WATCH_QUEUE_LIMIT a test aid: more events than this in one read count as an overflow of the queue
 
+#include "common/ProgramInfo.h"
 #include "platform/Log.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/UserDefaults.h"
@@ -54,6 +55,7 @@ int main(int argc, char** argv)
         ->check(CLI::PositiveNumber)->capture_default_str();
     app.add_option("--sync-call-after", takeUpSeconds, "Call SyncFile when no pass takes a raise up this long (seconds)")
         ->check(CLI::PositiveNumber)->capture_default_str();
+    tools::addVersionFlag(app);
     CLI11_PARSE(app, argc, argv);
     const auto milliseconds = [](double seconds) { return std::chrono::milliseconds(std::llround(seconds * 1000)); };
     options.timing.rescan = milliseconds(rescanSeconds);
