@@ -8,6 +8,8 @@
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
 //   KORBANHOLD_SERVER           host[:port] of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
+//   KORBANHOLD_MAX_REPLY_BYTES  the largest server reply held in memory (default 268435456, docs/http-errors.md)
+//   KORBANHOLD_IPC_FRAME_TIMEOUT_MS  how long an IPC frame may take to arrive (default 30000, docs/ipc-wire-format.md)
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
 //
 // Exit status: 0 after a clean stop, 1 when the service cannot listen (one line on stderr says why).
@@ -19,6 +21,8 @@
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 
+#include <malloc.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +30,10 @@
 
 int main(int argc, char** argv)
 {
+    // Blocks of 128 KiB and more come straight from the system and go straight back when freed. By default the
+    // allocator raises that threshold after each such free, up to 32 MiB, and then keeps what large inputs (a
+    // reply cut at its limit, a huge domain) left behind in its heap for the rest of the process.
+    ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     platform::setProgramName("korbanhold-sync-service");
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
