@@ -4,6 +4,8 @@
 
 #include "SyncFixture.h"
 
+#include <algorithm>
+
 using platform::Value;
 using namespace synctest;
 using namespace std::chrono_literals;
@@ -13,6 +15,13 @@ namespace {
 class BadInput : public synctest::SyncFixture {
 protected:
     Value goodEntry() { return tableRecord("18446744073709551013", path("x.txt"), "S-1"); }
+
+    // True when a logged line (the failure that ended a pass, for one) holds `text`.
+    bool logMentions(const std::string& text) const
+    {
+        auto lines = log.lines();
+        return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; });
+    }
 
     // The pass ended through its guard, and the loop goes on: the next pass fails the same way 2 seconds later.
     void expectGuardedFailure()
@@ -63,10 +72,48 @@ TEST_F(BadInput, ServerIdentifierThatIsANumberEndsThePassThroughTheGuard)
     expectGuardedFailure();
 }
 
-TEST_F(BadInput, SharedListThatIsADictionaryEndsThePassThroughTheGuard)
+TEST_F(BadInput, SharedListThatIsAnEmptyDictionaryFailsAtTheSharedDeletionAfterTheFileProcessesRan)
 {
+    writeFile("a.txt", "a");
     writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value::dictionary() } }));
     firstPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Created a.txt" }));
+    EXPECT_TRUE(logMentions("objectAtIndex:")) << testing::PrintToString(log.lines());
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, SharedListThatIsANumberFailsAtItsCopyBeforeTheTableIsNormalised)
+{
+    Value entry = goodEntry();
+    entry.removeObjectForKey("oldPathKey");
+    storeTable(Value::array({ entry }));
+    writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value::integer(7) } }));
+    firstPass();
+    EXPECT_TRUE(logMentions("mutableCopyWithZone:")) << testing::PrintToString(log.lines());
+    EXPECT_EQ(table(), Value::array({ entry }));
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, SharedListThatIsATextFailsAfterTheTableIsNormalised)
+{
+    storeTable(Value::array({ goodEntry() }));
+    writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value("list") } }));
+    firstPass();
+    EXPECT_FALSE(logMentions("mutableCopyWithZone:")) << testing::PrintToString(log.lines());
+    ASSERT_EQ(table().count(), 1u);
+    EXPECT_EQ(text(table().at(0), "removeKey"), "1");
+    EXPECT_EQ(text(table().at(0), "computerIDKey"), "C-7");
+    expectGuardedFailure();
+}
+
+TEST_F(BadInput, SharedListThatIsATextWithATableMissingAKeyFailsAtTheNormalisationFirst)
+{
+    Value entry = goodEntry();
+    entry.removeObjectForKey("oldPathKey");
+    storeTable(Value::array({ entry }));
+    writeDomain("Ulmaridon.SharedFilesXpcService", Value::dictionary({ { "SharedFileDataKey", Value("list") } }));
+    firstPass();
+    EXPECT_TRUE(logMentions("oldPathKey")) << testing::PrintToString(log.lines());
     expectGuardedFailure();
 }
 
