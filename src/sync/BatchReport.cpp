@@ -7,6 +7,7 @@
 #include "platform/Log.h"
 #include "rest/RestInterface.h"
 #include "sync/RecordKeys.h"
+#include "sync/SettingsCheck.h"
 #include "sync/WireText.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>

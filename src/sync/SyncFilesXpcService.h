@@ -26,7 +26,6 @@
 #include "sync/ChangeRecords.h"
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
-#include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/WatchedTable.h"
 
@@ -170,8 +169,6 @@ private:
     platform::Value m_jsonArray = platform::Value::array();
     platform::Value m_changedListArray = platform::Value::array();
     ModifiedDateTexts m_modifiedDates;
-    // Settings that cannot be used are logged once; used by the pass only.
-    SettingsCheck m_settingsCheck;
 };
 
 }

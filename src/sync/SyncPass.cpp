@@ -7,6 +7,7 @@
 #include "platform/Queue.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
+#include "sync/SettingsCheck.h"
 
 #include <chrono>
 
@@ -66,9 +67,10 @@ bool SyncFilesXpcService::readDomainsAndStatus()
     auto fileWatcher = m_standardDefaults.persistentDomainForName(domains::fileWatcher);
     auto korbanhold = m_standardDefaults.persistentDomainForName(domains::korbanhold);
     auto sharedFiles = m_standardDefaults.persistentDomainForName(domains::sharedFiles);
-    m_settingsCheck.check(domains::fileWatcher, fileWatcher);
-    m_settingsCheck.check(domains::korbanhold, korbanhold);
-    m_settingsCheck.check(domains::sharedFiles, sharedFiles);
+    SettingsCheck& check = SettingsCheck::processWide();
+    check.check(domains::fileWatcher, fileWatcher);
+    check.check(domains::korbanhold, korbanhold);
+    check.check(domains::sharedFiles, sharedFiles);
     const Value* status = fileWatcher ? fileWatcher->find(settings::fileWatcherStatus) : nullptr;
     bool busy = status && status->isString() && status->string() == "1";
     {

@@ -73,6 +73,7 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };
+    options.environment.insert(options.environment.end(), m_extraEnvironment.begin(), m_extraEnvironment.end());
     options.timeout = std::chrono::seconds(20);
     return options;
 }

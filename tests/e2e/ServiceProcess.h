@@ -24,6 +24,8 @@ public:
     std::filesystem::path logPath() const { return m_root / "service.log"; }
     // The REST server ("host:port") the service reports to; unset, the service uses its default.
     void setServer(std::string address) { m_server = std::move(address); }
+    // Sets one more variable in the environment of every program a test starts.
+    void setEnvironment(std::string name, std::string value) { m_extraEnvironment.emplace_back(std::move(name), std::move(value)); }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -43,6 +45,7 @@ private:
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
     std::optional<std::string> m_server;
+    std::vector<std::pair<std::string, std::optional<std::string>>> m_extraEnvironment;
 };
 
 class ServiceProcess {
@@ -54,6 +57,9 @@ public:
         const std::vector<std::string>& launcher = {});
 
     bool listening() const { return m_listening; }
+    // The service's process (the launcher, if any, has replaced itself with the service).
+    pid_t pid() const { return m_process.pid(); }
+    bool hasEnded() const { return m_process.hasEnded(); }
     // Sends SIGTERM and waits for the service to end.
     testsupport::ProcessResult stop();
 

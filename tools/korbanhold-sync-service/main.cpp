@@ -12,6 +12,8 @@
 //   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
 //   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
+//   KORBANHOLD_MAX_REPLY_BYTES  the largest server reply held in memory (default 268435456, docs/http-errors.md)
+//   KORBANHOLD_IPC_FRAME_TIMEOUT_MS  how long an IPC frame may take to arrive (default 30000, docs/ipc-wire-format.md)
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
 //
 // Options: --help and --version print and exit with status 0, starting nothing.
@@ -29,6 +31,8 @@
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 
+#include <malloc.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +49,8 @@ constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
+  KORBANHOLD_MAX_REPLY_BYTES  the largest server reply held in memory (default 268435456)
+  KORBANHOLD_IPC_FRAME_TIMEOUT_MS  how long an IPC frame may take to arrive (default 30000)
   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation)";
 
 // Reads the arguments before anything starts. Gives back the status to exit with at once (after --help, --version
@@ -70,6 +76,10 @@ int main(int argc, char** argv)
 {
     if (const auto status = readCommandLine(argc, argv))
         return *status;
+    // Blocks of 128 KiB and more come straight from the system and go straight back when freed. By default the
+    // allocator raises that threshold after each such free, up to 32 MiB, and then keeps what large inputs (a
+    // reply cut at its limit, a huge domain) left behind in its heap for the rest of the process.
+    ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     platform::setProgramName("korbanhold-sync-service");
     // Under systemd the lines go to the journal directly, with priorities, and without a second time stamp.
     if (platform::stderrIsJournal())
