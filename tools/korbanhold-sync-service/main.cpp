@@ -7,6 +7,7 @@
 // Environment:
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+//   KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
 //   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
@@ -25,6 +26,7 @@
 #include "rest/RestURL.h"
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
+#include "sync/ServiceStatus.h"
 
 #include <csignal>
 #include <cstdio>
@@ -37,6 +39,7 @@ namespace {
 constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+  KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation)";
@@ -58,6 +61,17 @@ std::optional<int> readCommandLine(int argc, char** argv)
     return std::nullopt;
 }
 
+// What the service does goes to its status file, for `korbanhold status` and `korbanhold sync --wait`. Without a
+// state folder it serves all the same.
+void recordStatus()
+{
+    try {
+        engine::status::recordTo(engine::status::filePath());
+    } catch (const platform::Exception& error) {
+        platform::log("The service keeps no status file: %@", error);
+    }
+}
+
 }
 
 int main(int argc, char** argv)
@@ -72,6 +86,7 @@ int main(int argc, char** argv)
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
     try {
         rest::configuredServer();
+        recordStatus();
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard
         // defaults and the queues. The process ends here, without destroying the static objects under them.
