@@ -1,9 +1,12 @@
 // Arbitrary bytes through the JSON reader. Whatever it accepts must describe itself, write back as JSON (plain and
-// pretty) and read back from that text as an equal value; whatever it refuses must be refused with a JsonError.
+// pretty) and read back from that text as an equal value, and read the same behind a UTF-8 byte-order mark when it
+// is UTF-8; whatever it refuses must be refused with a JsonError. Bytes with zeros among the first four take the
+// UTF-16 and UTF-32 readings.
 #include "platform/Json.h"
 
 #include <cstdint>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 using platform::JsonError;
@@ -30,7 +33,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (const bool fragments : { false, true }) {
         options.allowFragments = fragments;
         try {
-            checkAccepted(platform::readJson(text, options));
+            const Value value = platform::readJson(text, options);
+            checkAccepted(value);
+            if (size >= 4 && data[0] && data[1] && data[2] && data[3]
+                && !(platform::readJson("\xEF\xBB\xBF" + std::string(text), options) == value))
+                std::abort();
         } catch (const JsonError&) {
         }
     }

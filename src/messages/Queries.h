@@ -1,9 +1,11 @@
 #pragma once
 
 // The request records: one plain record per server method, filled by the caller and turned into the request body
-// by QueryParser. Every property is text but one, absent until set; an absent property leaves its key out of the
-// request. The one is the file number of a shared rename (InsertSharedFilesTransferQuery::baseSystemFileID), which
-// the engine sends as the number the file attributes give, so it travels as a JSON number.
+// by QueryParser. Most properties are text, absent until set; an absent property leaves its key out of the request.
+// The properties that the engine fills by copying a value from its records or settings hold a value of any kind
+// (AnyValue), because the engine copies values as they stand: a number travels as a JSON number and the null object
+// as JSON null. Among them is the file number of a shared rename (InsertSharedFilesTransferQuery::baseSystemFileID),
+// which the engine sends as the number the file attributes give.
 // Property names keep the protocol's own spellings (computerId beside computerID, upper-case names in three
 // records); the keys they travel under are in QueryKeys.h.
 
@@ -70,16 +72,16 @@ struct UpdateFileRequestQuery {
 
 // One change record of the batch report; the batch is a list of these.
 struct SyncFilesInTableAndCloudQuery {
-    Text changeType;
-    Text oldFullPath;
+    AnyValue changeType;
+    AnyValue oldFullPath;
     Text fullPath;
-    Text fileSize;
+    AnyValue fileSize;
     Text korbanholdPath;
-    Text isFile;
-    Text computerId;
-    Text fileModifiedDate;
-    Text baseSystemFileID;
-    Text fileID;
+    AnyValue isFile;
+    AnyValue computerId;
+    AnyValue fileModifiedDate;
+    AnyValue baseSystemFileID;
+    AnyValue fileID;
 };
 
 struct UpdateComputerStatusQuery {
@@ -107,8 +109,8 @@ struct LogErrorQuery {
     Text errorClass;
     Text errorMethod;
     Text errorMessage;
-    Text computerId;
-    Text userId;
+    AnyValue computerId;
+    AnyValue userId;
 };
 
 struct GetSharedFilesTransferDataQuery {
@@ -162,20 +164,20 @@ struct DeleteReceivedFileFromTransferQuery {
 
 struct InsertFileQuery {
     Text fullPath;
-    Text computerID;
+    AnyValue computerID;
 };
 
 struct InsertSharedFilesTransferQuery {
-    Text fileID;
-    Text computerID;
-    Text userComputerID;
+    AnyValue fileID;
+    AnyValue computerID;
+    AnyValue userComputerID;
     Text oldFullPath;
     Text fullPath;
-    Text isFile;
+    AnyValue isFile;
     AnyValue baseSystemFileID;
-    Text prevFolderFileID;
+    AnyValue prevFolderFileID;
     Text changeType;
-    Text StrXMLFileID;
+    AnyValue StrXMLFileID;
 };
 
 struct UpdateBSUploadStreamStartedQuery {

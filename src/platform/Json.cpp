@@ -1,5 +1,7 @@
 #include "platform/Json.h"
 
+#include "platform/JsonEncoding.h"
+
 #include "platform/Utf8.h"
 
 #include <boost/json/basic_parser_impl.hpp>
@@ -156,8 +158,10 @@ private:
 
 }
 
-Value readJson(std::string_view text, const JsonReadOptions& options)
+Value readJson(std::string_view bytes, const JsonReadOptions& options)
 {
+    std::string transcoded;
+    const std::string_view text = jsonTextAsUtf8(bytes, transcoded);
     boost::json::parse_options parseOptions;
     parseOptions.max_depth = options.maxDepth;
     boost::json::basic_parser<ValueBuilder> parser(parseOptions);

@@ -28,7 +28,8 @@ struct JsonReadOptions {
     unsigned maxDepth = 256;
 };
 
-Value readJson(std::string_view text, const JsonReadOptions& options = {});
+// Reads a JSON text in UTF-8, UTF-16 or UTF-32, with or without a byte-order mark (JsonEncoding.h).
+Value readJson(std::string_view bytes, const JsonReadOptions& options = {});
 
 struct JsonWriteOptions {
     // Two-space indentation and " : " between key and value, as the framework's pretty-printed option writes.

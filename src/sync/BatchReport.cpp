@@ -3,6 +3,7 @@
 
 #include "sync/SyncFilesXpcService.h"
 
+#include "platform/Exception.h"
 #include "platform/Log.h"
 #include "messages/Operations.h"
 #include "rest/RestInterface.h"
@@ -36,27 +37,33 @@ namespace {
     }
 
     // One query per change record, in order. The paths go in the server's form; an "oldPathKey" that is the empty
-    // string goes as it is (a record that is not a rename has no old path), as does the null object, which the
-    // query cannot carry and so leaves out.
+    // string (a record that is not a rename has no old path) or the null object goes as it is. Every other value is
+    // copied as it stands, whatever its kind.
     std::vector<SyncFilesInTableAndCloudQuery> batchQueries(const Value& changes, const Value* korbanholdPath)
     {
+        // Every query carries the setting: one that cannot be a path fails the report before it is copied.
+        if (korbanholdPath && korbanholdPath->isString() && !fitsFolderPath(korbanholdPath->string()))
+            platform::Exception::raiseInvalidArgument("korbanholdPathKey is too long to name a folder");
         std::optional<std::string> serverKorbanholdPath = serverFormPath(korbanholdPath);
         std::vector<SyncFilesInTableAndCloudQuery> queries;
         queries.reserve(changes.count());
         for (const Value& change : changes.elements()) {
             SyncFilesInTableAndCloudQuery query;
-            query.changeType = wireText(change.find(keys::changeType));
+            query.changeType = copiedValue(change.find(keys::changeType));
             const Value* oldPath = change.find(keys::oldPath);
             bool keptAsItIs = oldPath && (oldPath->isNull() || (oldPath->isString() && oldPath->string().empty()));
-            query.oldFullPath = keptAsItIs ? wireText(oldPath) : serverFormPath(oldPath);
+            if (keptAsItIs)
+                query.oldFullPath = *oldPath;
+            else if (auto converted = serverFormPath(oldPath))
+                query.oldFullPath = Value(std::move(*converted));
             query.fullPath = serverFormPath(change.find(keys::baseSystemFilePath));
-            query.fileSize = wireText(change.find(keys::fileSize));
-            query.computerId = wireText(change.find(keys::computerID));
+            query.fileSize = copiedValue(change.find(keys::fileSize));
+            query.computerId = copiedValue(change.find(keys::computerID));
             query.korbanholdPath = serverKorbanholdPath;
-            query.isFile = wireText(change.find(keys::isFile));
-            query.fileID = wireText(change.find(keys::fileID));
-            query.baseSystemFileID = wireText(change.find(keys::baseSystemFileID));
-            query.fileModifiedDate = wireText(change.find(keys::modifiedDate));
+            query.isFile = copiedValue(change.find(keys::isFile));
+            query.fileID = copiedValue(change.find(keys::fileID));
+            query.baseSystemFileID = copiedValue(change.find(keys::baseSystemFileID));
+            query.fileModifiedDate = copiedValue(change.find(keys::modifiedDate));
             queries.push_back(std::move(query));
         }
         return queries;

@@ -104,7 +104,7 @@ Value createdRecord(const ItemTexts& item, const Value* computerId)
         { keys::fileSize, &item.fileSize },
         { keys::fileID, &texts().empty },
         { keys::computerID, computerId },
-        { keys::modifiedDate, &item.modifiedDate },
+        { keys::modifiedDate, item.modifiedDate ? &*item.modifiedDate : nullptr },
     });
 }
 
@@ -120,7 +120,7 @@ Value modifiedRecord(const ItemTexts& item, const Value& fileID, const Value* co
         { keys::fileSize, &item.fileSize },
         { keys::fileID, &fileID },
         { keys::computerID, computerId },
-        { keys::modifiedDate, &item.modifiedDate },
+        { keys::modifiedDate, item.modifiedDate ? &*item.modifiedDate : nullptr },
     });
 }
 

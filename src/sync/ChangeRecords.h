@@ -7,17 +7,19 @@
 #include "platform/Value.h"
 #include "sync/TableEntry.h"
 
+#include <optional>
 #include <string_view>
 
 namespace engine {
 
-// What the processes read about a folder item, as record texts.
+// What the processes read about a folder item, as record texts. An item whose attributes could not be read has no
+// date text, and a record built from it raises where the date goes in.
 struct ItemTexts {
     platform::Value fileNumber;
     platform::Value path;
     platform::Value isFile;
     platform::Value fileSize;
-    platform::Value modifiedDate;
+    std::optional<platform::Value> modifiedDate;
 };
 
 // A stored table record as the pass normalises it, read through the view of its unseen entry ("removeKey" = "1",

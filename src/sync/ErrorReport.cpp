@@ -21,8 +21,8 @@ void SyncFilesXpcService::logErrorMethod()
     query.errorMessage = "Exception has occured";
     {
         std::lock_guard lock(m_fieldsMutex);
-        query.computerId = wireText(settingsValue(settings::computerId));
-        query.userId = wireText(settingsValue(settings::userId));
+        query.computerId = copiedValue(settingsValue(settings::computerId));
+        query.userId = copiedValue(settingsValue(settings::userId));
     }
     rest::RestInterface::asyncLogError(query,
         [](const rest::Outcome<messages::LogErrorResponseData>& object, rest::TransportStatus) {

@@ -3,6 +3,7 @@
 
 #include "sync/SyncFilesXpcService.h"
 
+#include "platform/FileManager.h"
 #include "sync/RecordKeys.h"
 #include "sync/RecordValues.h"
 #include "sync/Raises.h"
@@ -20,7 +21,7 @@ void SyncFilesXpcService::performFileCreationProcess(std::size_t index)
 void SyncFilesXpcService::performFileModificationProcess(std::size_t index)
 {
     std::lock_guard lock(m_fieldsMutex);
-    modifyItem(index);
+    modifyItem(index, currentAttributesAt(index));
 }
 
 void SyncFilesXpcService::performFileDeletionProcess()
@@ -31,33 +32,39 @@ void SyncFilesXpcService::performFileDeletionProcess()
         [&](const EntryView& entry) { m_changedListArray.append(deletedRecord(entry, computerId)); });
 }
 
-ItemTexts SyncFilesXpcService::textsOf(std::size_t index)
+std::optional<platform::FileAttributes> SyncFilesXpcService::currentAttributesAt(std::size_t index) const
 {
-    // The attributes are those the walk read a moment ago; reading them again would double the system calls of a
-    // pass.
-    const platform::FileAttributes& attributes = m_scan.attributesAt(index);
-    return ItemTexts {
-        Value(fileNumberText(attributes.fileNumber)),
-        Value(m_scan.pathAt(index)),
-        Value(isFileText(attributes.type == platform::FileType::Directory)),
-        Value(fileSizeText(attributes.size)),
-        Value(m_modifiedDates.text(attributes.modificationDate)),
-    };
+    return platform::FileManager::attributesOfItemAtPath(m_scan.pathAt(index));
 }
 
-// A new item: the table and the change list get the same record.
+// An item whose attributes are gone counts as a folder of size 0 and has no date text.
+ItemTexts SyncFilesXpcService::textsOf(std::size_t index, const std::optional<platform::FileAttributes>& attributes)
+{
+    ItemTexts texts {
+        Value(fileNumberText(m_scan.attributesAt(index).fileNumber)),
+        Value(m_scan.pathAt(index)),
+        Value(isFileText(!attributes || attributes->type == platform::FileType::Directory)),
+        Value(fileSizeText(attributes ? attributes->size : 0)),
+        std::nullopt,
+    };
+    if (attributes)
+        texts.modifiedDate = Value(m_modifiedDates.text(attributes->modificationDate));
+    return texts;
+}
+
+// A new item: the table and the change list get the same record, made from the item as it is now.
 void SyncFilesXpcService::createItem(std::size_t index)
 {
-    Value record = createdRecord(textsOf(index), settingsValue(settings::computerId));
+    Value record = createdRecord(textsOf(index, currentAttributesAt(index)), settingsValue(settings::computerId));
     m_userDefaultsArray.append(record);
     m_changedListArray.append(std::move(record));
 }
 
 // A known path under a new file number, as after a save that writes a new file over the old one: the first table
 // entry with the path is replaced, keeping its server identifier so that the server sees the same file.
-void SyncFilesXpcService::modifyItem(std::size_t index)
+void SyncFilesXpcService::modifyItem(std::size_t index, const std::optional<platform::FileAttributes>& attributes)
 {
-    ItemTexts texts = textsOf(index);
+    ItemTexts texts = textsOf(index, attributes);
     auto position = m_userDefaultsArray.firstPositionWithPath(texts.path.string());
     if (!position)
         raiseIndexBeyondBounds(0, 0);

@@ -40,14 +40,16 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     // Mark the entry as seen, so that the deletion process leaves it.
     m_userDefaultsArray.markSeen(j, computerId);
     EntryView entry = m_userDefaultsArray.at(j);
-    const platform::FileAttributes& item = m_scan.attributesAt(i);
     // The texts are equal exactly when the entry's text is the walk's decimal text of this file number.
-    if (entry.fileNumber() != item.fileNumber)
+    if (entry.fileNumber() != m_scan.attributesAt(i).fileNumber)
         return;
 
-    // Content changed only when both the size and the date texts differ; either alone is not enough.
-    bool contentChanged = entry.kilobytes() != fileSizeKilobytes(item.size)
-        && !isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item.modificationDate));
+    // Content changed only when both the size and the date texts differ; either alone is not enough. An item
+    // without attributes (gone) has size 0 and no date.
+    auto contentChanged = [&](const std::optional<platform::FileAttributes>& item) {
+        return entry.kilobytes() != fileSizeKilobytes(item ? item->size : 0)
+            && !(item && isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item->modificationDate)));
+    };
 
     std::string_view oldPath = entry.pathText();
     if (!oldPath.data()) {
@@ -61,8 +63,13 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
     bool sameName = samePath || lastPathComponent(oldPath) == lastPathComponent(path);
 
     if (sameFolder && sameName) {
-        if (contentChanged && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
-            modifyItem(i);
+        // The walk's attributes decide first, so that an item they show unchanged costs no second look at the file
+        // system; a change is confirmed on the item as it is now, which the modified record then holds.
+        if (!contentChanged(m_scan.attributesAt(i)))
+            return;
+        auto current = currentAttributesAt(i);
+        if (contentChanged(current) && platform::FileManager::fileExistsAtPath(std::string(oldPath)))
+            modifyItem(i, current);
         return;
     }
     if (sameFolder) {

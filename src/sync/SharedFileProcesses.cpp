@@ -78,7 +78,7 @@ void SyncFilesXpcService::performSharedFilesCreationProcess(const std::string& p
     if (!checkIfOwnerActive(path) || !checkIfSharedFolderActive(path))
         return;
     messages::InsertFileQuery query;
-    query.computerID = wireText(getUserComputerMapID(path));
+    query.computerID = getUserComputerMapID(path);
     query.fullPath = getFullPath(path);
     auto self = shared_from_this();
     rest::RestInterface::asyncInsertFile(query,
@@ -171,20 +171,20 @@ void SyncFilesXpcService::performSharedFilesRenameProcess(const std::string& pat
     if (!myFileText || *myFileText != "1" || !checkIfOwnerActive(path) || !checkIfSharedFolderActive(path))
         return;
     messages::InsertSharedFilesTransferQuery query;
-    query.fileID = wireText(ownerFileID);
+    query.fileID = ownerFileID;
     {
         std::lock_guard lock(m_fieldsMutex);
-        query.computerID = wireText(settingsValue(settings::computerId));
+        query.computerID = copiedValue(settingsValue(settings::computerId));
     }
-    query.userComputerID = wireText(userComputerMapID);
+    query.userComputerID = userComputerMapID;
     query.oldFullPath = relativeServerPath(oldPath, root);
     query.fullPath = relativeServerPath(pathText, root);
-    query.isFile = wireText(isFile);
+    query.isFile = isFile;
     // The file number as the attributes give it, a number, not its text as everywhere else.
     query.baseSystemFileID = Value::unsignedInteger(attributes->fileNumber);
-    query.prevFolderFileID = wireText(parentOwnerFileID);
+    query.prevFolderFileID = parentOwnerFileID;
     query.changeType = "2";
-    query.StrXMLFileID = wireText(previousFileID);
+    query.StrXMLFileID = previousFileID;
     auto self = shared_from_this();
     rest::RestInterface::asyncInsertSharedFilesTransfer(query,
         [self](const rest::Outcome<messages::InsertSharedFilesTransferResponseData>&, rest::TransportStatus status) {

@@ -26,6 +26,7 @@
 #include "sync/ChangeRecords.h"
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
+#include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/WatchedTable.h"
 
@@ -116,13 +117,18 @@ private:
     void storeSharedFilesList(const platform::Value& list);
 
     // The processes, with m_fieldsMutex held.
+    // Both read the item's attributes again right before they build its record (the walk's may be stale by then):
+    // the record holds the item as it is when the record is made, and an item gone since the walk has no date, so
+    // building its record raises and ends the pass.
     void createItem(std::size_t index);
-    void modifyItem(std::size_t index);
+    void modifyItem(std::size_t index, const std::optional<platform::FileAttributes>& attributes);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;
     // `index`: the first walk index of that file number, whose full path is `path`.
     void renameItem(std::size_t tablePosition, std::size_t index, const std::string& path);
-    // The texts of walk item `index` as the processes put them into records.
-    ItemTexts textsOf(std::size_t index);
+    // The attributes of walk item `index` read now, absent when the item is gone.
+    std::optional<platform::FileAttributes> currentAttributesAt(std::size_t index) const;
+    // The texts of walk item `index` with `attributes`, as the processes put them into records.
+    ItemTexts textsOf(std::size_t index, const std::optional<platform::FileAttributes>& attributes);
     template<typename Field>
     Field readLocked(const Field& field) const
     {
@@ -141,6 +147,8 @@ private:
     const platform::Value* settingsValue(std::string_view key) const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".
     std::string syncedFolderPath() const;
+    // False when "korbanholdPathKey" is a string too long to name a folder (fitsFolderPath).
+    bool syncedFolderSettingFits() const;
 
     std::mutex m_passMutex;
     mutable std::mutex m_fieldsMutex;
@@ -162,6 +170,8 @@ private:
     platform::Value m_jsonArray = platform::Value::array();
     platform::Value m_changedListArray = platform::Value::array();
     ModifiedDateTexts m_modifiedDates;
+    // Settings that cannot be used are logged once; used by the pass only.
+    SettingsCheck m_settingsCheck;
 };
 
 }

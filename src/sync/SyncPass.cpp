@@ -17,6 +17,14 @@ using platform::Value;
 
 namespace {
     constexpr std::chrono::nanoseconds passInterval { 2'000'000'000 };
+
+    // Raises as taking a mutable copy of `value` does for the kinds that have none (numbers, the null object,
+    // dates); lists, dictionaries, strings and data can be copied, whatever fails with them later.
+    void requireMutableCopy(const Value& value)
+    {
+        if (!value.isArray() && !value.isDictionary() && !value.isString() && !value.isData())
+            raiseUnrecognizedSelector(value, "mutableCopyWithZone:");
+    }
 }
 
 void SyncFilesXpcService::syncFileInTablenCloud()
@@ -29,6 +37,8 @@ void SyncFilesXpcService::syncFileInTablenCloud()
                 platform::log("%@", exception);
                 logErrorMethod();
             });
+        // The pass has let go of the snapshots and the table it replaced.
+        m_standardDefaults.releaseMemoryOfReplacedDomains();
     }
     auto self = shared_from_this();
     platform::Queue::globalBackground()->after(passInterval, [self] { self->syncFileInTablenCloud(); });
@@ -39,7 +49,8 @@ void SyncFilesXpcService::runPass()
     if (!readDomainsAndStatus())
         return;
     loadTables();
-    FolderScan scan = FolderScan::walk(syncedFolderPath());
+    // A folder whose path cannot exist holds nothing: that is what its walk would find.
+    FolderScan scan = syncedFolderSettingFits() ? FolderScan::walk(syncedFolderPath()) : FolderScan();
     {
         std::lock_guard lock(m_fieldsMutex);
         m_scan = std::move(scan);
@@ -56,6 +67,9 @@ bool SyncFilesXpcService::readDomainsAndStatus()
     auto fileWatcher = m_standardDefaults.persistentDomainForName(domains::fileWatcher);
     auto korbanhold = m_standardDefaults.persistentDomainForName(domains::korbanhold);
     auto sharedFiles = m_standardDefaults.persistentDomainForName(domains::sharedFiles);
+    m_settingsCheck.check(domains::fileWatcher, fileWatcher);
+    m_settingsCheck.check(domains::korbanhold, korbanhold);
+    m_settingsCheck.check(domains::sharedFiles, sharedFiles);
     const Value* status = fileWatcher ? fileWatcher->find(settings::fileWatcherStatus) : nullptr;
     bool busy = status && status->isString() && status->string() == "1";
     {
@@ -84,8 +98,7 @@ void SyncFilesXpcService::loadTables()
         // A domain without a shared-file list gives an empty one: no record matches anything in it either way.
         const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
         m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
-        if (!m_sharedFilesArray.isArray())
-            raiseUnrecognizedSelector(m_sharedFilesArray, "count");
+        requireMutableCopy(m_sharedFilesArray);
         // The list the store hands out is the one the last pass normalised as long as its file did not change;
         // then its normalisation and index are still right.
         if (!m_tableIndex.table()->isNormalisationOf(storedTable, computerId))
@@ -98,7 +111,9 @@ void SyncFilesXpcService::loadTables()
     m_userDefaultsArray.reload(m_tableIndex.table());
 
     // Marking each record through the first record equal to it gives every record its own marked copy: the search
-    // always meets an unmarked record equal to it, or its own marked form.
+    // always meets an unmarked record equal to it, or its own marked form. A shared-file list that is not a list
+    // fails here, after the table is normalised; an empty dictionary has nothing to mark and fails at the first
+    // search in it.
     for (std::size_t index = 0; index < m_sharedFilesArray.count(); ++index)
         m_sharedFilesArray.mutableAt(index).setObject(Value("1"), sharedKeys::deleteMark);
 

@@ -10,15 +10,9 @@ namespace engine {
 
 using platform::Value;
 
-std::optional<std::string> wireText(const Value* value)
+std::optional<Value> copiedValue(const Value* value)
 {
-    const std::string* text = value ? value->stringIf() : nullptr;
-    return text ? std::optional<std::string>(*text) : std::nullopt;
-}
-
-std::optional<std::string> wireText(const std::optional<Value>& value)
-{
-    return wireText(value ? &*value : nullptr);
+    return value ? std::optional<Value>(*value) : std::nullopt;
 }
 
 std::optional<std::string> serverFormPath(const Value* value)

@@ -1,7 +1,7 @@
 #pragma once
 
-// How the engine fills the text properties of the request records it sends from the values of its records and
-// settings, and how it reads a reply's status as a number.
+// How the engine fills the properties of the request records it sends from the values of its records and settings,
+// and how it reads a reply's status as a number.
 
 #include "platform/Value.h"
 
@@ -11,10 +11,9 @@
 
 namespace engine {
 
-// A text property from a record value: the text of a string; absent for an absent value. A request record holds
-// text only, so a value of another kind (the null object, a number) leaves the property absent as well.
-std::optional<std::string> wireText(const platform::Value* value);
-std::optional<std::string> wireText(const std::optional<platform::Value>& value);
+// A request property from a record value, copied as it stands: absent for an absent value, and otherwise the value
+// of whatever kind it is, so that a number travels as a JSON number and the null object as JSON null.
+std::optional<platform::Value> copiedValue(const platform::Value* value);
 
 // A local path in the server's form (ServicesUtilities::convertPathToWindows): absent stays absent; the empty
 // string raises, as the conversion does; a value that is not a string raises as a string operation sent to it.

@@ -69,11 +69,19 @@ TEST_F(MalformedRequests, AnUnknownKeyGetsHttp400NamingItAndNothingIsApplied)
     EXPECT_TRUE(fileTable(*server, "7").empty());
 }
 
-TEST_F(MalformedRequests, AValueThatIsNotTextGetsHttp400)
+TEST_F(MalformedRequests, AValueThatIsNotTextWhereTheRecordTakesTextGetsHttp400)
+{
+    auto change = Change { "Created", "h\\a" }.toValue();
+    change.setObject(Value::integer(12), "FullPath");
+    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), Value::array({ change })), 400, "\"FullPath\" of record 0 is not text");
+}
+
+TEST_F(MalformedRequests, ANumberTheClientCopiedAsItStandsIsReadAsItsDecimalText)
 {
     auto change = Change { "Created", "h\\a" }.toValue();
     change.setObject(Value::integer(12), "FileSize");
-    expectRefusedAndLogged(postJson(server->methodUrl(batchMethod), Value::array({ change })), 400, "\"FileSize\" of record 0 is not text");
+    const auto reply = postJson(server->methodUrl(batchMethod), Value::array({ change }));
+    EXPECT_EQ(returnStatuses(reply.json()), (std::vector<std::string> { "0" }));
 }
 
 TEST_F(MalformedRequests, ANullOldPathIsAcceptedAsTheClientSendsIt)

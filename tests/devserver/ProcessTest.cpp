@@ -1,6 +1,7 @@
 // The server as a program: its command line, its listening line, its ending, and what it keeps across restarts.
 
 #include "devserver/DevServerTest.h"
+#include "support/SourceTree.h"
 #include "support/TempDir.h"
 
 #include <sqlite3.h>
@@ -66,8 +67,7 @@ TEST(ServerProgram, PrintsTheSchemaThatItsDocumentationShows)
     ASSERT_EQ(result.exitCode, 0);
     const auto& schema = result.standardOutput;
     EXPECT_NE(schema.find("CREATE TABLE IF NOT EXISTS files"), std::string::npos);
-    const auto docs = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "docs/devserver.md";
-    std::ifstream file(docs);
+    std::ifstream file(testsupport::sourceTreeFile("docs/devserver.md"));
     std::stringstream text;
     text << file.rdbuf();
     EXPECT_NE(text.str().find(schema), std::string::npos) << "docs/devserver.md does not quote the schema as it is";

@@ -66,6 +66,20 @@ TEST_F(BadReply, AHugeJsonReplyIsParsedWhole)
     EXPECT_EQ(valueIn(std::get<0>(lastObject))->count(), 100000u);
 }
 
+TEST_F(BadReply, AReplyWithAByteOrderMarkOrInUtf16IsParsed)
+{
+    EXPECT_EQ(statusForReply("\xEF\xBB\xBF{\"ReturnStatus\":\"0\"}"), TransportSucceeded);
+    ASSERT_NE(valueIn(std::get<0>(lastObject)), nullptr);
+    EXPECT_EQ(*valueIn(std::get<0>(lastObject)), Value::dictionary({ { "ReturnStatus", Value("0") } }));
+
+    std::string utf16;
+    for (char c : std::string("{\"ReturnStatus\":\"0\"}"))
+        utf16 += std::string { c, '\0' };
+    EXPECT_EQ(statusForReply("\xFF\xFE" + utf16), TransportSucceeded);
+    ASSERT_NE(valueIn(std::get<0>(lastObject)), nullptr);
+    EXPECT_EQ(*valueIn(std::get<0>(lastObject)), Value::dictionary({ { "ReturnStatus", Value("0") } }));
+}
+
 TEST_F(BadReply, TruncatedJsonTextGivesStatusFive)
 {
     EXPECT_EQ(statusForReply("{\"ReturnStatus\":\"1\""), TransportReplyNotJson);

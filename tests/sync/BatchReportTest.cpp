@@ -108,7 +108,7 @@ TEST_F(BatchReport, ARecordWithoutAKeySendsNoField)
     EXPECT_EQ(onlyBatch().at(0).keys(), (std::vector<std::string> { "ChangeType", "FullPath", "KorbanholdPath" }));
 }
 
-TEST_F(BatchReport, ANullOldPathIsNotConvertedAndTravelsAsNoField)
+TEST_F(BatchReport, ANullOldPathIsNotConvertedAndTravelsAsJsonNull)
 {
     readSettings();
     Value renamed = change("Renamed", "11", "b.txt", "", "S11");
@@ -116,8 +116,33 @@ TEST_F(BatchReport, ANullOldPathIsNotConvertedAndTravelsAsNoField)
     service->SyncFilesWithTableAndCloudProcess(Value::array({ renamed }));
     ASSERT_TRUE(waitForReplies(1));
 
-    EXPECT_EQ(onlyBatch().at(0).find("OldFullPath"), nullptr);
+    Value sent = onlyBatch().at(0);
+    ASSERT_NE(sent.find("OldFullPath"), nullptr);
+    EXPECT_TRUE(sent.find("OldFullPath")->isNull()) << sent.description();
     EXPECT_EQ(admin("errors").count(), 0u);
+}
+
+TEST_F(BatchReport, ValuesThatAreNotTextTravelAsTheyStandNumbersAsNumbersAndNullAsNull)
+{
+    readSettings();
+    Value modified = change("Modified", "11", "a.txt", "", "S11");
+    modified.setObject(Value::integer(4), "fileSizeKey");
+    modified.setObject(Value::unsignedInteger(11), "BaseSystemFileIDKey");
+    modified.setObject(Value::null(), "FileIDKey");
+    modified.setObject(Value::null(), "computerIDKey");
+    service->SyncFilesWithTableAndCloudProcess(Value::array({ modified }));
+    ASSERT_TRUE(waitForReplies(1));
+
+    Value sent = onlyBatch().at(0);
+    ASSERT_NE(sent.find("FileSize"), nullptr);
+    EXPECT_EQ(*sent.find("FileSize"), Value::integer(4));
+    ASSERT_NE(sent.find("BaseSystemFileID"), nullptr);
+    EXPECT_EQ(*sent.find("BaseSystemFileID"), Value::integer(11));
+    ASSERT_NE(sent.find("FileID"), nullptr);
+    EXPECT_TRUE(sent.find("FileID")->isNull());
+    ASSERT_NE(sent.find("ComputerID"), nullptr);
+    EXPECT_TRUE(sent.find("ComputerID")->isNull());
+    EXPECT_EQ(text(sent, "ChangeType"), "Modified");
 }
 
 TEST_F(BatchReport, AFailureWhileHandingOverGoesToTheErrorReportAndSendsNoBatch)

@@ -68,6 +68,22 @@ TEST_F(ErrorReport, SettingsWithoutComputerAndUserLeaveTheirFieldsOut)
     EXPECT_EQ(bodies[0].keys(), (std::vector<std::string> { "ErrorClass", "ErrorMethod", "ErrorMessage" }));
 }
 
+TEST_F(ErrorReport, SettingsThatAreNotTextTravelAsTheyStand)
+{
+    writeDomain("Ulmaridon.Korbanhold", Value::dictionary({ { "korbanholdPathKey", Value(home()) },
+                                            { "computerIdKey", Value::integer(7) }, { "userIdKey", Value::null() } }));
+    readSettings();
+    service->logErrorMethod();
+    ASSERT_TRUE(waitForReplies(1));
+
+    auto bodies = bodiesOf(logErrorPath);
+    ASSERT_EQ(bodies.size(), 1u);
+    ASSERT_NE(bodies[0].find("ComputerID"), nullptr);
+    EXPECT_EQ(*bodies[0].find("ComputerID"), Value::integer(7));
+    ASSERT_NE(bodies[0].find("UserID"), nullptr);
+    EXPECT_TRUE(bodies[0].find("UserID")->isNull());
+}
+
 TEST_F(ErrorReport, ReturnsWithoutWaitingForTheAnswer)
 {
     readSettings();

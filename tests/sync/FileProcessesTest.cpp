@@ -7,7 +7,16 @@ using namespace synctest;
 
 namespace {
 
-class FileProcesses : public synctest::SyncFixture { };
+class FileProcesses : public synctest::SyncFixture {
+protected:
+    // A shared folder whose name sorts before every other item, so that its creation process runs `action` on the
+    // pass's thread after the walk and before the processes of the other items.
+    void betweenTheWalkAndTheProcesses(std::function<void()> action)
+    {
+        makeFolder("A (Shared)");
+        service->duringSharedCreation = std::move(action);
+    }
+};
 
 TEST_F(FileProcesses, NewFileSizesAreWholeKilobytesRoundedHalfUp)
 {
@@ -44,6 +53,40 @@ TEST_F(FileProcesses, CreatedRecordHoldsTheItemWithAnEmptyServerIdentifierAndGoe
     EXPECT_EQ(keysOf(changes().at(0)), keysOf(expected));
     ASSERT_EQ(table().count(), 1u);
     EXPECT_EQ(table().at(0), expected);
+}
+
+TEST_F(FileProcesses, CreatedRecordHoldsTheItemAsItIsWhenTheRecordIsMadeNotAsTheWalkSawIt)
+{
+    writeFile("b.txt", "b");
+    std::string number = fileNumber("b.txt");
+    betweenTheWalkAndTheProcesses([&] { sh("head -c 3000 /dev/zero >> b.txt && touch -d '2021-06-07 08:09:10' b.txt"); });
+    firstPass();
+    ASSERT_EQ(summary(changes()), (Lines { "Created b.txt" }));
+    EXPECT_EQ(text(changes().at(0), "BaseSystemFileIDKey"), number);
+    EXPECT_EQ(text(changes().at(0), "fileSizeKey"), "3");
+    EXPECT_EQ(text(changes().at(0), "filemodifiedDateKey"), "2021-06-07 08:09:10");
+}
+
+TEST_F(FileProcesses, ItemGoneBeforeItsCreationEndsThePassThroughTheGuardWithTheStatusLeftBusy)
+{
+    writeFile("b.txt", "b");
+    betweenTheWalkAndTheProcesses([&] { sh("rm b.txt"); });
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 1u);
+    EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
+    EXPECT_EQ(status(), Value("1"));
+    EXPECT_EQ(changes().count(), 0u) << changes().description();
+}
+
+TEST_F(FileProcesses, ItemGoneBeforeItsModificationEndsThePassThroughTheGuard)
+{
+    writeFile("b.txt", "b");
+    storeTable(Value::array({ tableRecord("18446744073709551013", path("b.txt"), "S-1") }));
+    betweenTheWalkAndTheProcesses([&] { sh("rm b.txt"); });
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 1u);
+    EXPECT_EQ(status(), Value("1"));
+    EXPECT_EQ(changes().count(), 0u) << changes().description();
 }
 
 TEST_F(FileProcesses, NewFolderIsNotAFileButASymbolicLinkIs)

@@ -15,6 +15,14 @@ protected:
         firstPass();
         acceptReport();
     }
+
+    // A shared folder whose name sorts before every other item, so that its creation process runs `action` on the
+    // pass's thread after the walk of the next pass and before the processes of the other items.
+    void betweenTheWalkAndTheProcesses(std::function<void()> action)
+    {
+        makeFolder("A (Shared)");
+        service->duringSharedCreation = std::move(action);
+    }
 };
 
 TEST_F(RenameProcess, SizeChangeAloneYieldsNoRecord)
@@ -53,6 +61,59 @@ TEST_F(RenameProcess, SizeAndDateChangeAtTheSamePathYieldOneModifiedRecordWithTh
     EXPECT_EQ(text(modified, "fileSizeKey"), "11");
     EXPECT_EQ(text(modified, "filemodifiedDateKey"), "2021-06-07 08:09:10");
     EXPECT_EQ(summary(table()), (Lines { "Modified a.bin" }));
+}
+
+TEST_F(RenameProcess, ModifiedRecordHoldsTheItemAsItIsWhenTheRecordIsMadeNotAsTheWalkSawIt)
+{
+    writeFile("a.bin", std::string(10 * 1024, 'a'));
+    sh("touch -d '2020-01-01 10:00:00' a.bin");
+    settle();
+    sh("head -c 1024 /dev/zero >> a.bin && touch -d '2021-06-07 08:09:10' a.bin");
+    betweenTheWalkAndTheProcesses([&] { sh("head -c 2048 /dev/zero >> a.bin && touch -d '2022-03-04 05:06:07' a.bin"); });
+    nextPass();
+    ASSERT_EQ(summary(changes()), (Lines { "Modified a.bin" }));
+    EXPECT_EQ(text(changes().at(0), "fileSizeKey"), "13");
+    EXPECT_EQ(text(changes().at(0), "filemodifiedDateKey"), "2022-03-04 05:06:07");
+}
+
+TEST_F(RenameProcess, ItemTheWalkSawUnchangedIsNotLookedAtAgain)
+{
+    // The walk's attributes are the first test: an item they show unchanged costs no second look, so a change made
+    // after the walk waits for the next pass.
+    writeFile("a.bin", std::string(10 * 1024, 'a'));
+    sh("touch -d '2020-01-01 10:00:00' a.bin");
+    settle();
+    betweenTheWalkAndTheProcesses([&] { sh("head -c 2048 /dev/zero >> a.bin && touch -d '2022-03-04 05:06:07' a.bin"); });
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u) << changes().description();
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Modified a.bin" }));
+}
+
+TEST_F(RenameProcess, ItemChangedInPlaceButGoneBeforeItsProcessYieldsNoRecord)
+{
+    writeFile("a.bin", std::string(10 * 1024, 'a'));
+    sh("touch -d '2020-01-01 10:00:00' a.bin");
+    settle();
+    sh("head -c 1024 /dev/zero >> a.bin && touch -d '2021-06-07 08:09:10' a.bin");
+    betweenTheWalkAndTheProcesses([&] { sh("rm a.bin"); });
+    nextPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
+    EXPECT_EQ(changes().count(), 0u) << changes().description();
+}
+
+TEST_F(RenameProcess, MovedItemGoneBeforeItsCreationEndsThePassThroughTheGuardWithTheStatusLeftBusy)
+{
+    makeFolder("x");
+    makeFolder("y");
+    writeFile("x/a.txt", "a");
+    settle();
+    sh("mv x/a.txt y/a.txt");
+    betweenTheWalkAndTheProcesses([&] { sh("rm y/a.txt"); });
+    nextPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 1u);
+    EXPECT_EQ(status(), Value("1"));
+    EXPECT_EQ(summary(changes()), (Lines { "Deleted x/a.txt" }));
 }
 
 TEST_F(RenameProcess, RenameInTheSameFolderYieldsOneRenamedRecordWithTheOldAttributes)

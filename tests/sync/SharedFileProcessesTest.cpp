@@ -223,6 +223,24 @@ TEST_F(SharedFiles, ASharedRenameSendsTheFileNumberAsAJsonNumber)
     EXPECT_EQ(std::to_string(number->number().uint64Value()), fileNumber("Team (Shared)/new.txt"));
 }
 
+TEST_F(SharedFiles, ASharedRenameSendsAnOwnerIdentifierThatIsANumberAsAJsonNumberAndNullAsNull)
+{
+    // As after a server answered InsertFile with a numeric "FileID": the entry holds the number.
+    writeFile("Team (Shared)/new.txt", "alpha");
+    Value item = itemRecord("Team (Shared)/old.txt", "Team (Shared)/new.txt", "1");
+    item.setObject(Value::integer(4711), "OwnerFileID");
+    item.setObject(Value::null(), "UserComputerMapID");
+    storeSharedList(Value::array({ sharedFolderRecord("Team (Shared)"), item }));
+    firstPass();
+    ASSERT_TRUE(waitForReplies(1));
+    auto bodies = bodiesOf(transferPath);
+    ASSERT_EQ(bodies.size(), 1u);
+    ASSERT_NE(bodies[0].find("FileID"), nullptr);
+    EXPECT_EQ(*bodies[0].find("FileID"), Value::integer(4711));
+    ASSERT_NE(bodies[0].find("UserComputerID"), nullptr);
+    EXPECT_TRUE(bodies[0].find("UserComputerID")->isNull());
+}
+
 TEST_F(SharedFiles, ASharedRenameStoresTheListBeforeTheRequestAndAgainWhenTheServerAccepts)
 {
     renamedItem("1");

@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using platform::Value;
@@ -102,12 +103,40 @@ TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
         "  FileWatchedDataKey: 3 entries\n"
         "Socket: " + socketPath() + " (not there: the service is not listening)\n"
         "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n"
+        "Watcher: no watcher runs (no state at " + (runtime / "korbanhold-watch.state").string()
+            + "): changes wait for a raise by hand\n"
         "Synced folder: /home/ann/Korbanhold (not there)\n"
         "Status file: " + (state / "status.json").string() + " (nothing recorded yet)\n"
         "Last pass: none\n"
         "Last stored report: none\n"
         "Last failed report: none\n"
         "Names skipped for illegal characters: none\n");
+}
+
+TEST_F(StatusCommand, ShowsWhatTheRunningWatcherDoes)
+{
+    testsupport::writeFile(runtime / "korbanhold-watch.state",
+        "{\"pid\":" + std::to_string(::getpid()) + ",\"mode\":\"polling\",\"reason\":\"the inotify watch limit is "
+        "reached\",\"syncedFolder\":\"/home/ann/Korbanhold\",\"foldersWatched\":10,\"foldersUnwatched\":5,"
+        "\"started\":\"2026-11-24 15:00:00\",\"lastEvent\":\"2026-11-24 15:01:00\",\"lastRaise\":\"\"}\n");
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput,
+        "Watcher: PID " + std::to_string(::getpid()) + " since 2026-11-24 15:00:00, polling (the inotify watch limit "
+        "is reached)\n  synced folder: /home/ann/Korbanhold\n  folders watched: 10, not watched: 5\n"
+        "  last change seen: 2026-11-24 15:01:00\n  last raise: none yet\n")) << result.standardOutput;
+}
+
+TEST_F(StatusCommand, SaysThatNoWatcherRunsWhenTheOneThatLeftItsStateHasEnded)
+{
+    // A process that has ended: a child reaped at once.
+    const pid_t gone = ::fork();
+    if (gone == 0)
+        ::_exit(0);
+    ::waitpid(gone, nullptr, 0);
+    testsupport::writeFile(runtime / "korbanhold-watch.state", "{\"pid\":" + std::to_string(gone) + "}");
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput, "Watcher: no watcher runs (PID " + std::to_string(gone)))
+        << result.standardOutput;
 }
 
 TEST_F(StatusCommand, AbsentDomainsAndKeysAreShownAsAbsentAndAreNoError)

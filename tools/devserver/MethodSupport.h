@@ -18,6 +18,19 @@ using messages::Text;
 
 inline bool isGiven(const Text& text) { return text && !text->empty(); }
 
+// What a request value that the client copies as it stands reads as here: a string as it is, a number as its
+// decimal text; absent for anything else (the null object included).
+inline Text textOf(const messages::AnyValue& value)
+{
+    if (!value)
+        return std::nullopt;
+    if (const std::string* string = value->stringIf())
+        return *string;
+    if (value->numberIf())
+        return value->description();
+    return std::nullopt;
+}
+
 inline ReplyValue text(std::string_view value) { return platform::Value(value); }
 inline ReplyValue text(std::int64_t number) { return platform::Value(std::to_string(number)); }
 

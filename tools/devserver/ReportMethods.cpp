@@ -31,7 +31,7 @@ LogErrorResponseData logError(Tables& tables, const LogErrorQuery& query)
 {
     tables.db.prepare("INSERT INTO error_log (error_class, error_method, error_message, computer_id, user_id) "
                       "VALUES (coalesce(?1, ''), coalesce(?2, ''), coalesce(?3, ''), coalesce(?4, ''), coalesce(?5, ''))")
-        .bindAll(query.errorClass, query.errorMethod, query.errorMessage, query.computerId, query.userId)
+        .bindAll(query.errorClass, query.errorMethod, query.errorMessage, textOf(query.computerId), textOf(query.userId))
         .run();
     return statusReply<LogErrorResponseData>(true);
 }
@@ -45,7 +45,7 @@ std::vector<SyncFilesInTableAndCloudResponseData> syncFilesInTableAndCloud(
         const auto result = applyChange(tables.files, change);
         // The change's own base-system file id goes back, so that the client can find the entry it belongs to.
         replies.push_back({ text(result.fileId), text(result.applied ? "0" : "1"),
-            text(change.baseSystemFileID.value_or("")) });
+            text(textOf(change.baseSystemFileID).value_or("")) });
     }
     return replies;
 }
@@ -79,10 +79,11 @@ namespace {
 InsertFileResponseData insertFile(Tables& tables, const InsertFileQuery& query)
 {
     InsertFileResponseData reply;
-    if (!isGiven(query.computerID) || !isGiven(query.fullPath))
+    const Text computerId = textOf(query.computerID);
+    if (!isGiven(computerId) || !isGiven(query.fullPath))
         return setStatus(reply, false, "a computer and a path are required");
     const InsertedItem item = insertedItem(*query.fullPath);
-    reply.fileID = text(tables.files.put(*query.computerID, item.path, item.attributes));
+    reply.fileID = text(tables.files.put(*computerId, item.path, item.attributes));
     return setStatus(reply, true);
 }
 
@@ -91,7 +92,7 @@ InsertSharedFilesTransferResponseData insertSharedFilesTransfer(
 {
     // Kept as the request record's JSON, as it came.
     tables.db.prepare("INSERT INTO shared_changes (computer_id, record) VALUES (coalesce(?1, ''), ?2)")
-        .bindAll(query.computerID, platform::writeJson(messages::encode(query)))
+        .bindAll(textOf(query.computerID), platform::writeJson(messages::encode(query)))
         .run();
     return statusReply<InsertSharedFilesTransferResponseData>(true);
 }

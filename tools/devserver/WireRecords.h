@@ -25,8 +25,8 @@ bool hasKey(std::string_view key)
         [&](const auto&... entry) { return ((entry.key == key) || ...); }, messages::KeyList<Record>::keys);
 }
 
-// Whether the record's property under `key` is text; the one that is not (the file number of a shared rename) takes
-// a value of any kind.
+// Whether the record's property under `key` is text; the others (those the client fills by copying a value as it
+// stands, and the file number of a shared rename) take a value of any kind.
 template<typename Record>
 bool isTextKey(std::string_view key)
 {

@@ -10,6 +10,7 @@
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/RecordKeys.h"
 #include "sync/ServiceStatus.h"
+#include "watch/WatcherState.h"
 
 #include <boost/json.hpp>
 
@@ -86,6 +87,26 @@ void addSocket(Status& status)
     }
 }
 
+// What the file watcher does, from the state file it keeps in the runtime folder.
+void addWatcher(Status& status)
+{
+    try {
+        const auto file = watch::watcherStateFile();
+        json::object watcher { { "stateFile", file.string() }, { "description", watch::describeWatcher(file) } };
+        if (const auto state = watch::readWatcherState(file))
+            watcher["state"] = json::object { { "pid", state->pid }, { "mode", state->mode },
+                { "reason", state->reason }, { "syncedFolder", state->syncedFolder },
+                { "foldersWatched", state->foldersWatched }, { "foldersUnwatched", state->foldersUnwatched },
+                { "started", state->started }, { "lastEvent", state->lastEvent }, { "lastRaise", state->lastRaise } };
+        else
+            watcher["state"] = nullptr;
+        status.report["watcher"] = std::move(watcher);
+    } catch (const platform::ipc::ListenError& error) {
+        status.report["watcher"] = json::object { { "stateFile", nullptr },
+            { "description", std::string("unknown (") + error.what() + ")" }, { "state", nullptr } };
+    }
+}
+
 void addServer(Status& status)
 {
     try {
@@ -128,6 +149,7 @@ Status gatherStatus()
     addSyncedFolder(status, readDomainFile(store, domains::korbanhold));
     addSocket(status);
     addServer(status);
+    addWatcher(status);
     addServiceRecords(status);
     return status;
 }
@@ -210,6 +232,8 @@ void printText(const Status& status)
                                                                : " (KORBANHOLD_SERVER)")
                   << '\n';
 
+    std::cout << "Watcher: " << text(report.at("watcher").at("description")) << '\n';
+
     const auto& folder = report.at("syncedFolder");
     if (folder.is_null())
         std::cout << "Synced folder: unknown (korbanholdPathKey is not set)\n";
@@ -242,8 +266,8 @@ void addStatusCommand(CLI::App& app)
 {
     auto asJson = std::make_shared<bool>(false);
     auto* command = app.add_subcommand("status",
-        "Print the settings the service reads, its table's size, its socket, its server, the synced folder and what "
-        "the service did last");
+        "Print the settings the service reads, its table's size, its socket, its server, its file watcher, the synced "
+        "folder and what the service did last");
     command->add_flag("--json", *asJson, "Print the same as one JSON object, for scripts");
     command->callback([asJson] {
         const Status status = gatherStatus();
