@@ -174,6 +174,8 @@ void addSyncCommand(CLI::App& app)
     auto* wait = command->add_flag("--wait", arguments->wait,
         "Wait until the pass this starts and its report have ended, say what happened, and exit 0 only when the "
         "table was stored or there was nothing to report");
+    // A debug-log message starts no pass: there would be nothing to wait for.
+    wait->excludes(arguments->debugLogOption);
     command->add_option("--timeout", arguments->timeoutSeconds, "With --wait, give up after this many seconds")
         ->default_val(arguments->timeoutSeconds)
         ->check(CLI::PositiveNumber)
