@@ -41,15 +41,17 @@ double now()
 
 std::int64_t pid() { return ::getpid(); }
 
+enum class Write { now, withTheNextRecord };
+
 // Applies `change` to the contents and writes them to the file, when there is one.
 template<typename Change>
-void record(Change change)
+void record(Change change, Write write = Write::now)
 {
     Recorder& state = recorder();
     std::lock_guard lock(state.mutex);
     state.contents["pid"] = pid();
     change(state);
-    if (!state.file)
+    if (!state.file || write == Write::withTheNextRecord)
         return;
     try {
         platform::replaceFileAtomically(
@@ -115,7 +117,9 @@ void nameSkipped(std::string_view path)
         list.emplace_back(path);
         if (list.size() > skippedNamesKept)
             list.erase(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(list.size() - skippedNamesKept));
-    });
+    },
+        // The walk skips the same names on every pass: they reach the file with the pass's end, in one write.
+        Write::withTheNextRecord);
 }
 
 boost::json::object read()

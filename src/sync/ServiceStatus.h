@@ -41,7 +41,8 @@ void passEnded(std::size_t records);
 void reportStored(std::size_t records);
 // The report did not reach the server or was not understood: why, and the URL it went to.
 void reportFailed(std::string_view error, std::string_view url);
-// The folder walk left out `path` because its name holds characters the server refuses.
+// The folder walk left out `path` because its name holds characters the server refuses. Written to the file with
+// the next record (the pass's end), not one write per name.
 void nameSkipped(std::string_view path);
 
 // The file at filePath() as it stands: an empty object when there is none or it is not a JSON object.

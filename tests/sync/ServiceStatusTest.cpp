@@ -68,6 +68,8 @@ TEST_F(ServiceStatus, SkippedNamesAreTheLatestOnesEachOnce)
     for (std::size_t index = 0; index < status::skippedNamesKept + 5; ++index)
         status::nameSkipped("/k/name" + std::to_string(index) + "#");
     status::nameSkipped("/k/name10#");
+    EXPECT_FALSE(written().contains("skippedNames")) << "written before the pass ended";
+    status::passEnded(0);
     const auto names = written().at("skippedNames").as_array();
     ASSERT_EQ(names.size(), status::skippedNamesKept);
     EXPECT_EQ(names.front(), "/k/name5#");
