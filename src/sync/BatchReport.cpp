@@ -5,7 +5,10 @@
 
 #include "platform/Exception.h"
 #include "platform/Log.h"
+#include "messages/Operations.h"
 #include "rest/RestInterface.h"
+#include "rest/RestURL.h"
+#include "sync/ServiceStatus.h"
 #include "sync/RecordKeys.h"
 #include "sync/SettingsCheck.h"
 #include "sync/WireText.h"
@@ -21,6 +24,18 @@ using messages::SyncFilesInTableAndCloudQuery;
 using messages::SyncFilesInTableAndCloudResponseData;
 
 namespace {
+
+    using BatchOutcome = rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>;
+
+    // Why a report failed, for the status file.
+    std::string failureText(const BatchOutcome& object, rest::TransportStatus status)
+    {
+        if (const auto* error = std::get_if<platform::Error>(&object))
+            return error->description();
+        if (status == rest::TransportNotReachable)
+            return "the network is not reachable";
+        return "transport status " + std::to_string(status);
+    }
 
     // One query per change record, in order. The paths go in the server's form; an "oldPathKey" that is the empty
     // string (a record that is not a rename has no old path) or the null object goes as it is. Every other value is
@@ -104,11 +119,15 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
             auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
             auto self = shared_from_this();
             rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
-                [self](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
-                    rest::TransportStatus status) {
+                [self, records = changedListArray.count()](const BatchOutcome& object, rest::TransportStatus status) {
                     // Any other status stores nothing: the next pass finds the same differences again.
-                    if (status == rest::TransportSucceeded)
-                        self->storeAcceptedTable(std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object));
+                    if (status != rest::TransportSucceeded) {
+                        status::reportFailed(failureText(object, status),
+                            rest::absoluteURL(messages::operations::asyncSyncFilesInTableAndCloud.path).value_or(""));
+                        return;
+                    }
+                    self->storeAcceptedTable(std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object));
+                    status::reportStored(records);
                 });
         },
         [this](const platform::Exception&) { logErrorMethod(); });

@@ -8,6 +8,7 @@
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
 #include "sync/SettingsCheck.h"
+#include "sync/ServiceStatus.h"
 
 #include <chrono>
 
@@ -174,6 +175,7 @@ void SyncFilesXpcService::finishPass()
     platform::log("Final List changed list %@", changes);
     if (platform::UserDefaults* prefs = readLocked(m_prefs))
         writeIdleStatus(*prefs);
+    status::passEnded(changes.count());
     if (changes.count() != 0) {
         auto self = shared_from_this();
         platform::Queue::globalBackground()->async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });

@@ -68,6 +68,7 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
     options.environment = {
         { "KORBANHOLD_RUNTIME_DIR", m_runtime.string() },
         { "KORBANHOLD_PREFERENCES_DIR", m_preferences.string() },
+        { "KORBANHOLD_STATE_DIR", (m_root / "state").string() },
         { "KORBANHOLD_APPKIT_VERSION", appKitVersion },
         { "KORBANHOLD_SERVER", m_server },
         { "LISTEN_FDS", std::nullopt },

@@ -7,6 +7,7 @@
 // Environment:
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+//   KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
 //   XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
 //                               ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
 //   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
@@ -30,6 +31,7 @@
 #include "rest/RestURL.h"
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
+#include "sync/ServiceStatus.h"
 
 #include <malloc.h>
 
@@ -44,6 +46,7 @@ namespace {
 constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+  KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
   XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
                               ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
@@ -70,6 +73,17 @@ std::optional<int> readCommandLine(int argc, char** argv)
     return std::nullopt;
 }
 
+// What the service does goes to its status file, for `korbanhold status` and `korbanhold sync --wait`. Without a
+// state folder it serves all the same.
+void recordStatus()
+{
+    try {
+        engine::status::recordTo(engine::status::filePath());
+    } catch (const platform::Exception& error) {
+        platform::log("The service keeps no status file: %@", error);
+    }
+}
+
 }
 
 int main(int argc, char** argv)
@@ -91,6 +105,7 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN);
     try {
         rest::configuredServer();
+        recordStatus();
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard
         // defaults and the queues. The process ends here, without destroying the static objects under them.

@@ -49,6 +49,7 @@ int main(int argc, char** argv)
     double rescanSeconds = 600, pollSeconds = 5, takeUpSeconds = 5;
     CLI::App app("The file watcher of the Korbanhold sync service: raises the status when the synced folder changes.",
         "korbanhold-watch");
+    tools::addVersionFlag(app);
     app.add_option("--rescan-interval", rescanSeconds, "Raise the status at least this often (seconds)")
         ->check(CLI::PositiveNumber)->capture_default_str();
     app.add_option("--poll-interval", pollSeconds, "Raise this often while folders cannot be watched (seconds)")
