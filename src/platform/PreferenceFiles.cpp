@@ -1,6 +1,7 @@
 #include "platform/PreferenceFiles.h"
 
 #include "platform/Exception.h"
+#include "platform/StateFolder.h"
 
 #include <algorithm>
 #include <atomic>
@@ -206,22 +207,10 @@ std::filesystem::path preferencesFolder()
         homeFolder().c_str());
 }
 
-std::filesystem::path stateFolderFor(const char* preferencesDir, const char* xdgStateHome, const char* home)
+std::filesystem::path databaseDomainFolder()
 {
-    if (isSet(preferencesDir))
-        return preferencesDir;
-    if (isSet(xdgStateHome) && xdgStateHome[0] == '/')
-        return std::filesystem::path(xdgStateHome) / "korbanhold";
-    if (isSet(home))
-        return std::filesystem::path(home) / ".local" / "state" / "korbanhold";
-    Exception::raiseInvalidArgument("No state folder: neither KORBANHOLD_PREFERENCES_DIR, XDG_STATE_HOME nor a "
-                                    "home folder is known");
-}
-
-std::filesystem::path stateFolder()
-{
-    return stateFolderFor(std::getenv("KORBANHOLD_PREFERENCES_DIR"), std::getenv("XDG_STATE_HOME"),
-        homeFolder().c_str());
+    const char* preferencesDir = std::getenv("KORBANHOLD_PREFERENCES_DIR");
+    return isSet(preferencesDir) ? std::filesystem::path(preferencesDir) : stateFolder();
 }
 
 void ensureFolder(const std::filesystem::path& folder)

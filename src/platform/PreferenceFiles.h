@@ -22,12 +22,10 @@ std::filesystem::path preferencesFolderFor(const char* preferencesDir, const cha
 // password database's home folder when HOME is unset).
 std::filesystem::path preferencesFolder();
 
-// The folder of preference domains that hold state rather than settings (the service's watched-files table):
-// `preferencesDir` when set (everything stays together), else `xdgStateHome`/korbanhold, else
-// `home`/.local/state/korbanhold.
-std::filesystem::path stateFolderFor(const char* preferencesDir, const char* xdgStateHome, const char* home);
-// The same rule over this process's environment ($KORBANHOLD_PREFERENCES_DIR, $XDG_STATE_HOME, $HOME).
-std::filesystem::path stateFolder();
+// The folder of preference domains that hold state rather than settings (the service's watched-files table): the
+// preferences folder when $KORBANHOLD_PREFERENCES_DIR is set (everything of a test or a second instance stays
+// together), else the state folder (StateFolder.h).
+std::filesystem::path databaseDomainFolder();
 
 // Creates `folder` and its missing parents with mode 0700 when it does not exist. Raises std::system_error.
 void ensureFolder(const std::filesystem::path& folder);

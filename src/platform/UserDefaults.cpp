@@ -64,7 +64,7 @@ UserDefaults::~UserDefaults() = default;
 
 UserDefaults& UserDefaults::standardUserDefaults()
 {
-    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder(), stateFolder());
+    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder(), databaseDomainFolder());
     return standard;
 }
 

@@ -153,8 +153,9 @@ protected:
         std::cout << "[hostile] " << attack << ": peak resident " << peak / 1'000'000 << " MB, now "
                   << statusBytes(pid, "VmRSS:") / 1'000'000 << " MB; descriptors " << descriptorCount(pid)
                   << " (baseline " << m_baseline << ")" << std::endl;
-        if (!sanitized)
+        if (!sanitized) {
             EXPECT_LT(peak, residentLimit) << attack << "\n" << logTail();
+        }
         EXPECT_TRUE(descriptorsBack) << attack << ": " << descriptorCount(pid) << " descriptors, " << m_baseline
                                      << " before";
     }

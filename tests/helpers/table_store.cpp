@@ -13,7 +13,7 @@
 
 int main()
 {
-    platform::UserDefaults store("table_store", platform::preferencesFolder(), platform::stateFolder());
+    platform::UserDefaults store("table_store", platform::preferencesFolder(), platform::databaseDomainFolder());
     const auto stored = store.persistentDomainForName(testsupport::tableVersionsDomain);
     std::int64_t generation = stored ? testsupport::generationOf(*stored) : 0;
     if (generation < 0) {

@@ -1,6 +1,7 @@
 #include "platform/UserDefaults.h"
 
 #include "platform/PreferenceFiles.h"
+#include "platform/StateFolder.h"
 #include "PreferenceTestSupport.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -228,7 +229,7 @@ TEST(UserDefaultsFiles, TheFolderIsTheOverrideThenXdgConfigHomeThenTheHomeFolder
     EXPECT_THROW(preferencesFolderFor(nullptr, nullptr, nullptr), Exception);
 }
 
-TEST(UserDefaultsFiles, TheStateFolderIsTheOverrideThenXdgStateHomeThenTheHomeFolder)
+TEST(StateFolder, TheStateFolderIsTheOverrideThenXdgStateHomeThenTheHomeFolder)
 {
     using platform::stateFolderFor;
     EXPECT_EQ(stateFolderFor("/prefs", "/xdg", "/home/me"), "/prefs");
