@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     [[maybe_unused]] static const bool silenced = (platform::setLogSink([](std::string_view) {}), true);
     const platform::Bytes body(data, data + size);
     int calls = 0;
-    rest::finishJsonRequest(std::nullopt, body, [&](const rest::TransportObject& object, rest::TransportStatus status) {
+    const std::string url = "http://127.0.0.1:1/KorbanholdRestService/x";
+    rest::finishJsonRequest(url, std::nullopt, body, [&](const rest::TransportObject& object, rest::TransportStatus status) {
         ++calls;
         if (status == rest::TransportReplyNotJson) {
             const auto* error = std::get_if<platform::Error>(&object);

@@ -22,6 +22,7 @@ const char* descriptionOf(URLErrorCode code)
     case URLErrorHTTPTooManyRedirects: return "too many HTTP redirects";
     case URLErrorBadServerResponse: return "bad server response";
     case URLErrorFileDoesNotExist: return "The requested URL was not found on this server.";
+    case URLErrorDataLengthExceedsMaximum: return "resource exceeds maximum size";
     case URLErrorCannotCreateFile: return "cannot create file";
     case URLErrorCannotOpenFile: return "cannot open file";
     case URLErrorCannotWriteToFile: return "cannot write to file";

@@ -23,6 +23,7 @@ enum URLErrorCode : long {
     URLErrorHTTPTooManyRedirects = -1007,
     URLErrorBadServerResponse = -1011,
     URLErrorFileDoesNotExist = -1100,
+    URLErrorDataLengthExceedsMaximum = -1103,
     URLErrorCannotCreateFile = -3000,
     URLErrorCannotOpenFile = -3001,
     URLErrorCannotWriteToFile = -3003,

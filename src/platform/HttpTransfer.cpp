@@ -1,6 +1,9 @@
 #include "platform/HttpTransfer.h"
 
+#include "platform/Log.h"
+
 #include <algorithm>
+#include <cstdlib>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -42,12 +45,21 @@ bool writeAll(int fd, const char* bytes, std::size_t length)
 
 }
 
+std::size_t maxReplyBytes()
+{
+    const char* text = std::getenv("KORBANHOLD_MAX_REPLY_BYTES");
+    char* end = nullptr;
+    const unsigned long long limit = text && *text ? std::strtoull(text, &end, 10) : 0;
+    return end && *end == '\0' && limit > 0 ? static_cast<std::size_t>(limit) : defaultMaxReplyBytes;
+}
+
 Transfer::Transfer(std::shared_ptr<Task> task)
     : m_task(std::move(task))
     , m_easy(curl_easy_init())
     , m_url(curl_url())
     , m_created(Clock::now())
     , m_lastActivity(m_created)
+    , m_replyLimit(maxReplyBytes())
 {
     const Configuration& configuration = m_task->m_session->configuration();
     m_idleLimit = clockDuration(std::min(m_task->m_request.timeoutInterval, configuration.timeoutIntervalForRequest));
@@ -209,6 +221,8 @@ std::optional<Response> Transfer::response()
 
 Result Transfer::result(CURLcode code)
 {
+    if (m_replyTooLarge)
+        return failure(urlError(URLErrorDataLengthExceedsMaximum));
     if (code != CURLE_OK)
         return failure(errorForCurlResult(code));
     Result result;
@@ -231,8 +245,28 @@ std::size_t Transfer::onReplyBytes(char* bytes, std::size_t size, std::size_t co
     self->m_lastActivity = Clock::now();
     if (self->m_downloadFile >= 0)
         return writeAll(self->m_downloadFile, bytes, length) ? length : 0;
-    self->m_replyBody.insert(self->m_replyBody.end(), bytes, bytes + length);
+    if (!self->holdReplyBytes(length))
+        return CURL_WRITEFUNC_ERROR;
+    Bytes& body = self->m_replyBody;
+    // The buffer doubles as the body arrives, but never beyond the limit, so that what it takes follows what came.
+    if (body.size() + length > body.capacity())
+        body.reserve(std::min(self->m_replyLimit, std::max(2 * body.capacity(), body.size() + length)));
+    body.insert(body.end(), bytes, bytes + length);
     return length;
+}
+
+bool Transfer::holdReplyBytes(std::size_t length)
+{
+    if (length <= m_replyLimit - m_replyBytes) {
+        m_replyBytes += length;
+        return true;
+    }
+    m_replyTooLarge = true;
+    m_replyBody = {};
+    m_replyHeaders = {};
+    log("HTTP: the reply to %@ is larger than %@ bytes (KORBANHOLD_MAX_REPLY_BYTES); the request ends", m_task->m_request.url,
+        m_replyLimit);
+    return false;
 }
 
 std::size_t Transfer::onHeaderLine(char* bytes, std::size_t size, std::size_t count, void* context)
@@ -240,6 +274,8 @@ std::size_t Transfer::onHeaderLine(char* bytes, std::size_t size, std::size_t co
     auto* self = static_cast<Transfer*>(context);
     const std::size_t length = size * count;
     self->m_lastActivity = Clock::now();
+    if (!self->holdReplyBytes(length))
+        return CURL_WRITEFUNC_ERROR;
     const std::string_view line(bytes, length);
     if (line.starts_with("HTTP/")) {
         // A new reply head (after a redirect or an interim reply): only the last one counts.

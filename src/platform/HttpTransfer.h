@@ -68,6 +68,18 @@ private:
 
     Headers m_replyHeaders;
     Bytes m_replyBody;
+    // The most bytes of reply (head and body) held in memory, and how many are held; beyond the limit the task
+    // fails with URLErrorDataLengthExceedsMaximum.
+    const std::size_t m_replyLimit;
+    std::size_t m_replyBytes = 0;
+    bool m_replyTooLarge = false;
+    // Counts `length` more bytes of reply; false (with one log line) when they go past the limit.
+    bool holdReplyBytes(std::size_t length);
 };
+
+// The most bytes of one reply held in memory: $KORBANHOLD_MAX_REPLY_BYTES when it is a positive number, else
+// defaultMaxReplyBytes.
+inline constexpr std::size_t defaultMaxReplyBytes = 256u * 1024 * 1024;
+std::size_t maxReplyBytes();
 
 }

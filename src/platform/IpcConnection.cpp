@@ -7,9 +7,13 @@
 
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 namespace platform::ipc {
 
@@ -19,6 +23,20 @@ namespace {
 
     // Messages read ahead of delivery; beyond this many the connection stops reading until its handler catches up.
     constexpr std::size_t maxWaitingEvents = 16;
+
+    // The first room made for a frame body; it doubles as the body arrives, up to the size the header announces.
+    constexpr std::size_t firstBodyRoom = 64 * 1024;
+
+    std::chrono::milliseconds frameTimeLimit()
+    {
+        static const std::chrono::milliseconds limit = [] {
+            const char* text = std::getenv("KORBANHOLD_IPC_FRAME_TIMEOUT_MS");
+            char* end = nullptr;
+            const long long milliseconds = text && *text ? std::strtoll(text, &end, 10) : 0;
+            return end && *end == '\0' && milliseconds > 0 ? std::chrono::milliseconds(milliseconds) : limits::frameTimeout;
+        }();
+        return limit;
+    }
 
 }
 
@@ -49,14 +67,20 @@ struct Connection::Io {
     // Counts the sockets this connection has had, so that a wait on a socket that is gone is recognised.
     std::uint64_t generation = 0;
 
-    // The frame being read: its header, then its body; the descriptors that came with its first bytes.
+    // The frame being read: its header, then its body; the descriptors that came with its first bytes. The body's
+    // buffer grows with the bytes that arrive, never ahead of them by more than the bytes already there.
     std::array<std::uint8_t, frameHeaderSize> header {};
     std::size_t headerRead = 0;
     std::optional<FrameHeader> frame;
-    Bytes body;
+    std::unique_ptr<std::uint8_t[]> body;
+    std::size_t bodyRoom = 0;
     std::size_t bodyRead = 0;
     std::vector<OwnedFd> descriptors;
     bool readWaiting = false;
+    // A frame must be whole within frameTimeLimit() of its first byte.
+    asio::steady_timer frameDeadline { ioContext() };
+    // Tells the socket's owner that it closed: a server counts its open peers by it.
+    std::function<void()> whenClosed;
 
     std::deque<Frame> outbox;
     std::size_t sentOfFirst = 0;
@@ -66,6 +90,11 @@ struct Connection::Io {
     bool over = false;
 
     explicit Io(Connection& owner) : connection(owner) { }
+    ~Io()
+    {
+        if (socket && whenClosed)
+            whenClosed();
+    }
 
     void open(OwnedFd fd)
     {
@@ -75,14 +104,23 @@ struct Connection::Io {
 
     void close()
     {
+        const bool wasOpen = socket.has_value();
         socket.reset();
         readWaiting = writeWaiting = false;
-        headerRead = bodyRead = 0;
-        frame.reset();
-        body = {};
+        forgetFrame();
         descriptors.clear();
         outbox.clear();
         sentOfFirst = 0;
+        if (wasOpen && whenClosed)
+            std::exchange(whenClosed, {})();
+    }
+
+    void forgetFrame()
+    {
+        headerRead = bodyRead = bodyRoom = 0;
+        frame.reset();
+        body.reset();
+        frameDeadline.cancel();
     }
 
     // Connects a connection made by service name when it has no socket; then reads and writes.
@@ -126,9 +164,21 @@ struct Connection::Io {
 
     void read()
     {
+        try {
+            readAvailable();
+        } catch (const std::bad_alloc&) {
+            // Memory ran out for this connection's frame: the connection goes, the process and its other
+            // connections stay.
+            log("IPC: closing the connection %@: out of memory while reading a frame", connection.peerDescription());
+            lost();
+        }
+    }
+
+    void readAvailable()
+    {
         while (socket && !readWaiting && connection.mayRead()) {
             const bool frameStart = !frame && headerRead == 0;
-            const std::span<std::uint8_t> target = frame ? std::span(body).subspan(bodyRead) : std::span(header).subspan(headerRead);
+            const std::span<std::uint8_t> target = frame ? bodyTarget() : std::span(header).subspan(headerRead);
             Received received = receiveWithDescriptors(socket->native_handle(), target, limits::maxDescriptors);
             if (received.size == -EAGAIN || received.size == -EWOULDBLOCK)
                 return wait(asio::posix::descriptor_base::wait_read, readWaiting, &Io::read);
@@ -144,6 +194,8 @@ struct Connection::Io {
                 return frameStart ? lost() : refuse("the peer stopped in the middle of a frame");
             for (auto& descriptor : received.descriptors)
                 descriptors.push_back(std::move(descriptor));
+            if (frameStart)
+                startFrameDeadline();
             (frame ? bodyRead : headerRead) += static_cast<std::size_t>(received.size);
             try {
                 takeCompleteFrame();
@@ -153,21 +205,50 @@ struct Connection::Io {
         }
     }
 
+    // Where the next bytes of the body go: the room left in its buffer, which doubles (starting at firstBodyRoom)
+    // when the bytes that arrived have filled it, so that a header announcing a large body costs nothing until the
+    // body comes. Untouched room takes no memory.
+    std::span<std::uint8_t> bodyTarget()
+    {
+        if (bodyRead == bodyRoom) {
+            const std::size_t room = std::min<std::size_t>(frame->bodySize, std::max(firstBodyRoom, 2 * bodyRoom));
+            auto grown = std::make_unique_for_overwrite<std::uint8_t[]>(room);
+            if (bodyRead > 0)
+                std::memcpy(grown.get(), body.get(), bodyRead);
+            body = std::move(grown);
+            bodyRoom = room;
+        }
+        return { body.get() + bodyRead, std::min<std::size_t>(frame->bodySize, bodyRoom) - bodyRead };
+    }
+
     void takeCompleteFrame()
     {
         if (!frame && headerRead == header.size()) {
             frame = decodeFrameHeader(header);
             checkDescriptorCount(*frame, descriptors.size());
-            body.resize(frame->bodySize);
         }
-        if (!frame || bodyRead != body.size())
+        if (!frame || bodyRead != frame->bodySize)
             return;
-        Object message = decodeFrameBody(body, std::move(descriptors));
-        headerRead = bodyRead = 0;
-        frame.reset();
-        body = {};
+        Object message = decodeFrameBody({ body.get(), bodyRead }, std::move(descriptors));
+        forgetFrame();
         descriptors.clear();
         connection.enqueueEvent(std::move(message));
+    }
+
+    // A peer that starts a frame and does not finish it is closed after frameTimeLimit(), so that slow or stalled
+    // peers cannot hold the memory and the descriptor of a connection for ever. Time during which reading waits for
+    // this side (its handler or a suspension) does not count against the peer.
+    void startFrameDeadline()
+    {
+        frameDeadline.expires_after(frameTimeLimit());
+        frameDeadline.async_wait([self = connection.shared_from_this(), generation = generation](const boost::system::error_code& error) {
+            Io& io = *self->m_io;
+            if (error || generation != io.generation || !io.socket || (!io.frame && io.headerRead == 0))
+                return;
+            if (!io.readWaiting)
+                return io.startFrameDeadline();
+            io.refuse("the frame did not finish within " + std::to_string(frameTimeLimit().count()) + " ms");
+        });
     }
 
     void write()
@@ -213,9 +294,11 @@ std::shared_ptr<Connection> Connection::createToService(std::string serviceName)
     return std::make_shared<Connection>(Private {}, std::move(serviceName), OwnedFd());
 }
 
-std::shared_ptr<Connection> Connection::createForPeer(OwnedFd socket)
+std::shared_ptr<Connection> Connection::createForPeer(OwnedFd socket, std::function<void()> whenClosed)
 {
-    return std::make_shared<Connection>(Private {}, std::nullopt, std::move(socket));
+    auto connection = std::make_shared<Connection>(Private {}, std::nullopt, std::move(socket));
+    connection->m_io->whenClosed = std::move(whenClosed);
+    return connection;
 }
 
 Connection::Connection(Private, std::optional<std::string> serviceName, OwnedFd socket)

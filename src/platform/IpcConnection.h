@@ -16,7 +16,8 @@
 // rather than buffered without bound).
 //
 // Messages are sent asynchronously and in order; a message already handed to sendMessage() is still sent when the
-// connection is cancelled afterwards. A frame that breaks the wire format closes the connection with one log line.
+// connection is cancelled afterwards. A frame that breaks the wire format, does not finish within
+// limits::frameTimeout, or cannot be held in memory closes the connection with one log line.
 
 #include "platform/IpcObject.h"
 #include "platform/IpcSocket.h"
@@ -47,8 +48,9 @@ public:
     // first resumed; if the service cannot be reached it delivers ConnectionInvalid.
     static std::shared_ptr<Connection> createToService(std::string serviceName);
     // A connection over a socket that is already connected, as a server makes for each peer it accepts. Its
-    // credentials are read from the socket at once.
-    static std::shared_ptr<Connection> createForPeer(OwnedFd socket);
+    // credentials are read from the socket at once. `whenClosed`, if given, is called once when the socket closes
+    // (or the connection goes with it still open).
+    static std::shared_ptr<Connection> createForPeer(OwnedFd socket, std::function<void()> whenClosed = {});
 
     Connection(Private, std::optional<std::string> serviceName, OwnedFd socket);
     ~Connection();

@@ -86,9 +86,9 @@ void Listener::setDelegate(std::shared_ptr<ListenerDelegate> delegate)
 
 void Listener::start() { start(listenForService(m_serviceName)); }
 
-void Listener::start(OwnedFd listeningSocket)
+void Listener::start(ServiceSocket listening)
 {
-    auto server = Server::start(std::move(listeningSocket),
+    auto server = Server::start(std::move(listening),
         [self = shared_from_this()](const std::shared_ptr<Connection>& connection) { self->accept(connection); });
     std::lock_guard lock(m_mutex);
     m_server = std::move(server);

@@ -114,7 +114,7 @@ public:
     // Listens (listenForService) and accepts, without taking the calling thread. Raises ListenError.
     void start();
     // Listens on a socket that is already listening, as start() does on the service's own.
-    void start(OwnedFd listeningSocket);
+    void start(ServiceSocket listening);
     // Starts, then gives the calling thread to the main queue for the rest of the process. When the service cannot
     // listen, logs why in one line and exits with status 1.
     [[noreturn]] void resume();

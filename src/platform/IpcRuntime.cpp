@@ -1,5 +1,7 @@
 #include "platform/IpcRuntime.h"
 
+#include "platform/Log.h"
+
 #include <boost/asio/executor_work_guard.hpp>
 
 #include <cstdlib>
@@ -15,8 +17,23 @@ namespace {
         boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work { context.get_executor() };
         std::thread thread { [this] {
             pthread_setname_np(pthread_self(), "korbanhold-ipc");
-            context.run();
+            run();
         } };
+
+        // Runs the handlers until the context stops. A handler that raises (memory that ran out where no
+        // connection could be blamed) is logged and the thread goes on with the next one: every socket of the
+        // process depends on it.
+        void run()
+        {
+            for (;;) {
+                try {
+                    context.run();
+                    return;
+                } catch (const std::exception& error) {
+                    log("IPC: a task of the I/O thread failed and was dropped: %@", error.what());
+                }
+            }
+        }
 
         void stop()
         {

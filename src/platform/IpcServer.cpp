@@ -3,6 +3,7 @@
 #include "platform/IpcRuntime.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/IpcSocket.h"
+#include "platform/IpcWire.h"
 #include "platform/Log.h"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -24,24 +25,32 @@ namespace asio = boost::asio;
 // The listening side of a server. Every member is used on the I/O thread only.
 struct Server::Acceptor {
     std::optional<asio::posix::stream_descriptor> socket;
+    OwnedFd lock;
     // Waits before accepting again when the process has run out of descriptors.
     asio::steady_timer pause { ioContext() };
 };
 
-std::shared_ptr<Server> Server::start(OwnedFd listeningSocket, ConnectionHandler handler)
+std::shared_ptr<Server> Server::start(ServiceSocket listening, ConnectionHandler handler)
 {
-    auto server = std::make_shared<Server>(Private {}, std::move(listeningSocket), std::move(handler));
+    auto server = std::make_shared<Server>(Private {}, std::move(listening), std::move(handler));
     asio::post(ioContext(), [server] { server->acceptAll(); });
     return server;
 }
 
-Server::Server(Private, OwnedFd listeningSocket, ConnectionHandler handler)
+std::shared_ptr<Server> Server::start(OwnedFd listeningSocket, ConnectionHandler handler)
+{
+    return start(ServiceSocket { std::move(listeningSocket), OwnedFd() }, std::move(handler));
+}
+
+Server::Server(Private, ServiceSocket listening, ConnectionHandler handler)
     : m_acceptor(std::make_unique<Acceptor>())
     , m_handler(std::move(handler))
     , m_queue(Queue::makeSerial("ipc.server"))
 {
-    ::fcntl(listeningSocket.get(), F_SETFL, ::fcntl(listeningSocket.get(), F_GETFL) | O_NONBLOCK);
-    m_acceptor->socket.emplace(ioContext(), listeningSocket.release());
+    const int socket = listening.socket.get();
+    ::fcntl(socket, F_SETFL, ::fcntl(socket, F_GETFL) | O_NONBLOCK);
+    m_acceptor->socket.emplace(ioContext(), listening.socket.release());
+    m_acceptor->lock = std::move(listening.lock);
 }
 
 Server::~Server() = default;
@@ -52,7 +61,11 @@ void Server::acceptAll()
     while (socket) {
         OwnedFd peer(::accept4(socket->native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (peer) {
-            accepted(std::move(peer));
+            try {
+                accepted(std::move(peer));
+            } catch (const std::bad_alloc&) {
+                log("IPC: refused a connection: out of memory");
+            }
             continue;
         }
         const int error = errno;
@@ -84,7 +97,13 @@ void Server::accepted(OwnedFd socket)
             ::geteuid());
         return;
     }
-    auto connection = Connection::createForPeer(std::move(socket));
+    if (*m_openPeers >= limits::maxConnections) {
+        log("IPC: refused a connection from process %@: %@ connections are open, the most the service serves at once",
+            peer.pid, limits::maxConnections);
+        return;
+    }
+    ++*m_openPeers;
+    auto connection = Connection::createForPeer(std::move(socket), [openPeers = m_openPeers] { --*openPeers; });
     {
         std::lock_guard lock(m_mutex);
         std::erase_if(m_peers, [](const auto& weak) { return weak.expired(); });
@@ -97,6 +116,7 @@ void Server::stop()
 {
     asio::post(ioContext(), [self = shared_from_this()] {
         self->m_acceptor->socket.reset();
+        self->m_acceptor->lock.reset();
         self->m_acceptor->pause.cancel();
     });
 }

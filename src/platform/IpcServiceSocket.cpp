@@ -5,6 +5,7 @@
 #include <systemd/sd-daemon.h>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -50,8 +51,38 @@ namespace {
         return chosen;
     }
 
-    // Removes a socket file whose service is gone. A socket that still accepts connections belongs to a running
-    // service, which is left alone.
+    // The service's lock, taken without waiting; empty when another process holds it.
+    OwnedFd takeServiceLock(const std::filesystem::path& lockPath)
+    {
+        OwnedFd lock(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        if (!lock)
+            refuse(lockPath, std::string("the lock file cannot be opened: ") + std::strerror(errno));
+        while (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+            if (errno == EWOULDBLOCK)
+                return OwnedFd();
+            if (errno != EINTR)
+                refuse(lockPath, std::string("the lock file cannot be locked: ") + std::strerror(errno));
+        }
+        return lock;
+    }
+
+    // systemd owns the socket of an activated service; its lock, when it can be had, tells a service started by hand
+    // that this one runs. Without a runtime folder there is no lock, and nothing that a service started by hand
+    // could replace either.
+    OwnedFd lockOfActivatedService(std::string_view serviceName)
+    {
+        try {
+            const std::filesystem::path folder = runtimeFolder();
+            if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+                return OwnedFd();
+            checkRuntimeFolder(folder);
+            return takeServiceLock(serviceLockPath(serviceName));
+        } catch (const ListenError&) {
+            return OwnedFd();
+        }
+    }
+
+    // Removes a socket file whose service is gone: the caller holds the service's lock, so no service listens on it.
     void removeStaleSocket(const std::filesystem::path& path)
     {
         struct stat status {};
@@ -59,9 +90,6 @@ namespace {
             return;
         if (!S_ISSOCK(status.st_mode))
             refuse(path, "a file that is not a socket is in the way");
-        int error = 0;
-        if (connectUnixSocket(path.string(), error))
-            refuse(path, "another process is already listening there");
         ::unlink(path.c_str());
     }
 
@@ -81,6 +109,11 @@ std::filesystem::path serviceSocketPath(std::string_view serviceName)
     return runtimeFolder() / (std::string(serviceName) + ".sock");
 }
 
+std::filesystem::path serviceLockPath(std::string_view serviceName)
+{
+    return runtimeFolder() / (std::string(serviceName) + ".sock.lock");
+}
+
 void checkRuntimeFolder(const std::filesystem::path& folder)
 {
     struct stat status {};
@@ -95,16 +128,19 @@ void checkRuntimeFolder(const std::filesystem::path& folder)
         refuse(folder, "the runtime folder is open to other users (mode " + octalMode(status.st_mode) + ", not 0700)");
 }
 
-OwnedFd listenForService(std::string_view serviceName)
+ServiceSocket listenForService(std::string_view serviceName)
 {
     if (OwnedFd activated = activatedSocket())
-        return activated;
+        return { std::move(activated), lockOfActivatedService(serviceName) };
 
     const std::filesystem::path path = serviceSocketPath(serviceName);
     const std::filesystem::path folder = path.parent_path();
     if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
         refuse(folder, std::string("the runtime folder cannot be created: ") + std::strerror(errno));
     checkRuntimeFolder(folder);
+    OwnedFd lock = takeServiceLock(serviceLockPath(serviceName));
+    if (!lock)
+        refuse(path, "another process is already listening there");
     removeStaleSocket(path);
 
     sockaddr_un address;
@@ -118,7 +154,7 @@ OwnedFd listenForService(std::string_view serviceName)
     // The folder already keeps other users out; the socket's own mode says the same.
     if (::chmod(path.c_str(), 0600) != 0 || ::listen(socket.get(), SOMAXCONN) != 0)
         refuse(path, std::string("cannot listen: ") + std::strerror(errno));
-    return socket;
+    return { std::move(socket), std::move(lock) };
 }
 
 }

@@ -27,11 +27,22 @@ std::filesystem::path serviceSocketPath(std::string_view serviceName);
 // group and others.
 void checkRuntimeFolder(const std::filesystem::path& folder);
 
+// A service's listening socket, and the lock that says the service is alive for as long as it is held.
+struct ServiceSocket {
+    OwnedFd socket;
+    // An exclusive flock on serviceLockPath(); absent for a socket that systemd passed and no lock could be taken.
+    OwnedFd lock;
+};
+
+// The lock file beside a service's socket: <socket path>.lock.
+std::filesystem::path serviceLockPath(std::string_view serviceName);
+
 // The listening socket of service `serviceName`: the first listening Unix stream socket that systemd passed
 // (LISTEN_FDS) when the process was started by socket activation; otherwise a socket bound at
-// serviceSocketPath(serviceName), after creating the runtime folder (0700) if it is missing and checking it. A
-// socket file left behind by a service that is gone is replaced; one that a running service answers on is not.
-// Raises ListenError.
-OwnedFd listenForService(std::string_view serviceName);
+// serviceSocketPath(serviceName), after creating the runtime folder (0700) if it is missing and checking it.
+// Whether a service is running there is decided by the lock beside the socket, never by a connection that could be
+// slow to answer: while another process holds it, nothing is touched and ListenError says so; once its holder is
+// gone, a socket file left behind is replaced. Raises ListenError.
+ServiceSocket listenForService(std::string_view serviceName);
 
 }

@@ -184,8 +184,9 @@ namespace {
         Object array(std::size_t depth)
         {
             const std::size_t count = elementCount();
+            // Nothing is reserved for the announced count: an element costs far more in memory than its smallest
+            // encoding (one byte), so memory must follow the elements that actually decode, not the count.
             Array elements;
-            elements.reserve(count);
             for (std::size_t i = 0; i < count; ++i)
                 elements.push_back(value(depth + 1));
             return Object::array(std::move(elements));

@@ -10,6 +10,7 @@
 #include "platform/OwnedFd.h"
 #include "platform/IpcObject.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -27,6 +28,10 @@ namespace limits {
     inline constexpr std::size_t maxValues = 65536;
     // How many descriptors one message may carry.
     inline constexpr std::size_t maxDescriptors = 64;
+    // How long a frame may take from its first byte to its last; $KORBANHOLD_IPC_FRAME_TIMEOUT_MS overrides it.
+    inline constexpr std::chrono::seconds frameTimeout { 30 };
+    // How many peers a server serves at once; beyond them, new connections are refused.
+    inline constexpr std::size_t maxConnections = 64;
 }
 
 inline constexpr std::size_t frameHeaderSize = 12;

@@ -4,9 +4,12 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -71,6 +74,34 @@ void logText(std::string_view text)
         state().sink(text);
     else
         writeToStderr(text, state().programName);
+}
+
+std::size_t logLineMax()
+{
+    constexpr std::size_t defaultMax = 48 * 1024;
+    const char* setting = std::getenv("KORBANHOLD_LOG_LINE_MAX");
+    if (!setting || !*setting)
+        return defaultMax;
+    std::size_t max = 0;
+    const std::string_view text(setting);
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), max);
+    if (error != std::errc() || end != text.data() + text.size())
+        return defaultMax;
+    // A cap must leave room for the marker.
+    return max == 0 ? 0 : std::max(max, logLineCutMarker.size() + 1);
+}
+
+std::string capLogLine(std::string text, std::size_t max)
+{
+    if (max == 0 || text.size() <= max)
+        return text;
+    std::size_t keep = max - std::min(max, logLineCutMarker.size());
+    // Never cut inside a UTF-8 sequence: back up over continuation bytes.
+    while (keep > 0 && (static_cast<unsigned char>(text[keep]) & 0xC0) == 0x80)
+        --keep;
+    text.resize(keep);
+    text += logLineCutMarker;
+    return text;
 }
 
 std::string formatMessage(std::string_view pattern, const std::vector<std::string>& arguments)

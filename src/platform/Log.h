@@ -7,6 +7,11 @@
 //
 // Messages are written with the service's own format strings: every "%@" (and every printf-style conversion such
 // as "%d", "%lu" or "%s") takes the next argument, printed with its description.
+//
+// A message is at most logLineMax() bytes long. A longer one is cut and ends with logLineCutMarker, and the
+// description of a list or dictionary argument stops being produced once the cap is reached, so a line that prints
+// a table of a million records costs the cap, not the table. The system log cuts long messages too, and the journal
+// splits lines of more than 48 KiB.
 
 #include "platform/Error.h"
 #include "platform/Exception.h"
@@ -45,6 +50,27 @@ template<std::integral Integer>
 std::string describe(Integer value) { return std::to_string(value); }
 inline std::string describe(double value) { return Number::fromDouble(value).stringValue(); }
 
+// The longest message text, in bytes: $KORBANHOLD_LOG_LINE_MAX when it is a decimal number (0: no cap), else
+// 48 KiB. Read on every message, so that a test or a caller can change it at run time.
+std::size_t logLineMax();
+inline constexpr std::string_view logLineCutMarker = " <...cut: log line over KORBANHOLD_LOG_LINE_MAX bytes>";
+// `text` when it is at most `max` bytes long (or max is 0); else its first bytes, cut at a character boundary,
+// followed by logLineCutMarker, max bytes in all.
+std::string capLogLine(std::string text, std::size_t max);
+
+// What a "%@" prints in a log line capped at `max` bytes: the argument's description, or its first bytes when it
+// is longer (at least max + 1 of them, so that the cut shows).
+inline std::string describeUpTo(const Value& value, std::size_t max) { return value.description(max + 1); }
+inline std::string describeUpTo(const std::optional<Value>& value, std::size_t max)
+{
+    return value ? value->description(max + 1) : "(null)";
+}
+inline std::string describeUpTo(const Value* value, std::size_t max) { return value ? value->description(max + 1) : "(null)"; }
+inline std::string describeUpTo(std::string_view text, std::size_t max) { return std::string(text.substr(0, max + 1)); }
+inline std::string describeUpTo(const std::string& text, std::size_t max) { return text.substr(0, max + 1); }
+template<typename Argument>
+std::string describeUpTo(const Argument& argument, std::size_t) { return describe(argument); }
+
 // Replaces the conversions of `pattern` by `arguments` in order; "%%" is a percent sign. Missing arguments print
 // as "(null)", surplus ones are ignored.
 std::string formatMessage(std::string_view pattern, const std::vector<std::string>& arguments);
@@ -58,7 +84,11 @@ std::string format(std::string_view pattern, const Arguments&... arguments)
 template<typename... Arguments>
 void log(std::string_view pattern, const Arguments&... arguments)
 {
-    logText(format(pattern, arguments...));
+    const std::size_t max = logLineMax();
+    if (max == 0)
+        logText(format(pattern, arguments...));
+    else
+        logText(capLogLine(formatMessage(pattern, { describeUpTo(arguments, max)... }), max));
 }
 
 }

@@ -9,6 +9,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <optional>
 #include <pwd.h>
 #include <system_error>
 #include <unistd.h>
@@ -101,11 +102,80 @@ bool writeAll(int fd, std::string_view contents)
     return true;
 }
 
-// A name that no other writer, in this process or another, is using at the same time.
+// When process `pid` started, in clock ticks since boot (field 22 of /proc/<pid>/stat); absent when there is no such
+// process. With the pid it names one process for good: a pid that is reused belongs to a process started later.
+std::optional<unsigned long long> processStartTime(pid_t pid)
+{
+    std::string stat;
+    try {
+        stat = readWholeFile("/proc/" + std::to_string(pid) + "/stat").bytes;
+    } catch (const std::system_error&) {
+        return std::nullopt;
+    }
+    // The command name, in parentheses, may hold spaces and parentheses itself: the fields count from its end.
+    const auto nameEnd = stat.rfind(')');
+    if (nameEnd == std::string::npos)
+        return std::nullopt;
+    // `position` is the blank before field `field + 1`.
+    std::size_t field = 2;
+    std::size_t position = nameEnd + 1;
+    while (field < 21 && position != std::string::npos) {
+        position = stat.find(' ', position + 1);
+        ++field;
+    }
+    if (position == std::string::npos)
+        return std::nullopt;
+    return std::strtoull(stat.c_str() + position + 1, nullptr, 10);
+}
+
+// "<pid>-<start time>": the writer of a temporary file, as its name carries it.
+const std::string& writerTag()
+{
+    static const std::string tag
+        = std::to_string(::getpid()) + "-" + std::to_string(processStartTime(::getpid()).value_or(0));
+    return tag;
+}
+
+constexpr std::string_view temporarySuffix = ".tmp";
+
+// A name that no other writer, in this process or another, is using at the same time:
+// ".<name>.<pid>-<start time>.<counter>.tmp".
 std::string temporaryName(const std::string& name)
 {
     static std::atomic<unsigned long> counter { 0 };
-    return "." + name + "." + std::to_string(::getpid()) + "." + std::to_string(counter++) + ".tmp";
+    return "." + name + "." + writerTag() + "." + std::to_string(counter++) + std::string(temporarySuffix);
+}
+
+bool allDigits(std::string_view text)
+{
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// Whether `fileName` is a temporary file of a writer that is gone: a process that no longer runs, or whose pid now
+// belongs to a process started at another time. Names of another form are nobody's temporary files.
+bool isTemporaryFileOfGoneWriter(std::string_view fileName)
+{
+    if (!fileName.starts_with('.') || !fileName.ends_with(temporarySuffix))
+        return false;
+    std::string_view rest = fileName.substr(0, fileName.size() - temporarySuffix.size());
+    const auto counterStart = rest.rfind('.');
+    if (counterStart == std::string_view::npos || counterStart == 0 || !allDigits(rest.substr(counterStart + 1)))
+        return false;
+    rest = rest.substr(0, counterStart);
+    const auto writerStart = rest.rfind('.');
+    if (writerStart == std::string_view::npos || writerStart == 0)
+        return false;
+    const std::string_view writer = rest.substr(writerStart + 1);
+    const auto dash = writer.find('-');
+    const std::string_view pidText = writer.substr(0, dash);
+    const std::string_view startText = dash == std::string_view::npos ? std::string_view() : writer.substr(dash + 1);
+    if (!allDigits(pidText) || (dash != std::string_view::npos && !allDigits(startText)))
+        return false;
+    const auto started = processStartTime(static_cast<pid_t>(std::strtol(std::string(pidText).c_str(), nullptr, 10)));
+    if (!started)
+        return true;
+    // A name without a start time (an older writer's) belongs to whatever process has the pid now.
+    return dash != std::string_view::npos && *started != std::strtoull(std::string(startText).c_str(), nullptr, 10);
 }
 
 }
@@ -227,6 +297,19 @@ void replaceFileAtomically(const std::filesystem::path& folder, const std::strin
     // The rename is durable only once the folder's entry is on disk.
     if (::fsync(directory.get()) != 0)
         raiseErrno(errno, "Cannot fsync the preferences folder " + folder.string());
+}
+
+std::size_t removeTemporaryFilesOfGoneWriters(const std::filesystem::path& folder)
+{
+    std::size_t removed = 0;
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(::opendir(folder.c_str()), ::closedir);
+    if (!directory)
+        return removed;
+    while (const dirent* entry = ::readdir(directory.get())) {
+        if (isTemporaryFileOfGoneWriter(entry->d_name) && ::unlinkat(::dirfd(directory.get()), entry->d_name, 0) == 0)
+            ++removed;
+    }
+    return removed;
 }
 
 bool removeFileDurably(const std::filesystem::path& folder, const std::string& name)

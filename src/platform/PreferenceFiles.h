@@ -60,6 +60,11 @@ FileContents readWholeFile(const std::filesystem::path& path);
 // std::system_error; on failure the old file is left as it was.
 void replaceFileAtomically(const std::filesystem::path& folder, const std::string& name, std::string_view contents);
 
+// Removes the temporary files that writers which are gone left in `folder` (a writer killed between creating its
+// temporary file and renaming it). A temporary file's name carries its writer's pid and start time, so the files
+// of a writer that still runs, in this process or another, are left alone. Gives how many were removed.
+std::size_t removeTemporaryFilesOfGoneWriters(const std::filesystem::path& folder);
+
 // Removes `folder`/`name` and fsyncs the folder. Returns false when there was no such file; raises
 // std::system_error on other failures.
 bool removeFileDurably(const std::filesystem::path& folder, const std::string& name);

@@ -3,6 +3,8 @@
 #include "platform/Log.h"
 #include "platform/PreferenceJson.h"
 
+#include <malloc.h>
+
 #include <cerrno>
 #include <cstring>
 #include <system_error>
@@ -13,6 +15,9 @@ namespace platform {
 namespace {
 
 constexpr std::string_view domainFileSuffix = ".json";
+
+// A domain file this large leaves enough memory behind, once its values go, to be worth a trim of the heap.
+constexpr off_t largeDomainBytes = 8 * 1024 * 1024;
 
 std::mutex applicationDomainMutex;
 std::string configuredApplicationDomain;
@@ -44,6 +49,8 @@ UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path 
     , m_folder(std::move(folder))
 {
     checkDomainName(m_applicationDomain);
+    if (const std::size_t removed = removeTemporaryFilesOfGoneWriters(m_folder))
+        log("Removed %@ temporary files left in %@ by writers that are gone", removed, m_folder.string());
 }
 
 UserDefaults& UserDefaults::standardUserDefaults()
@@ -121,6 +128,8 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
     checkDomainName(name);
     std::lock_guard lock(m_mutex);
     const std::string key(name);
+    if (const auto cached = m_cache.find(key); cached != m_cache.end())
+        forgetCachedVersion(cached->second);
     m_cache.erase(key);
     try {
         removeFileDurably(m_folder, fileNameOf(key));
@@ -141,6 +150,24 @@ std::uint64_t UserDefaults::parseCount() const
     return m_parseCount;
 }
 
+void UserDefaults::releaseMemoryOfReplacedDomains()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (!std::exchange(m_largeDomainReplaced, false))
+            return;
+    }
+    ::malloc_trim(0);
+}
+
+void UserDefaults::forgetCachedVersion(CachedDomain& cached)
+{
+    if (cached.version && cached.version->size >= largeDomainBytes)
+        m_largeDomainReplaced = true;
+    cached.version.reset();
+    cached.domain.reset();
+}
+
 // ---------------------------------------------------------------- Files and cache (m_mutex held)
 
 std::filesystem::path UserDefaults::pathOf(const std::string& name) const { return m_folder / fileNameOf(name); }
@@ -155,8 +182,7 @@ std::optional<Value> UserDefaults::loadDomain(const std::string& name)
     if (!version) {
         if (!isMissing(error))
             reportUnreadable(cached, pathOf(name), std::nullopt, std::strerror(error));
-        cached.version.reset();
-        cached.domain.reset();
+        forgetCachedVersion(cached);
         return std::nullopt;
     }
     if (cached.version == version && cached.settled)
@@ -174,13 +200,12 @@ std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDo
         // Removed between the stat and the open: simply no domain.
         if (!isMissing(error.code().value()))
             reportUnreadable(cached, path, std::nullopt, error.code().message());
-        cached.version.reset();
-        cached.domain.reset();
+        forgetCachedVersion(cached);
         return std::nullopt;
     }
+    forgetCachedVersion(cached);
     cached.version = contents.identity;
     cached.settled = contents.identity.settledBefore(clock);
-    cached.domain.reset();
     ++m_parseCount;
     try {
         if (contents.bytes.empty())
@@ -199,6 +224,8 @@ void UserDefaults::storeDomain(const std::string& name, const std::string& text)
 {
     // Our own write is read back from the file on the next read: until the file-system clock has moved on, another
     // process may replace it by a version with the same identity.
+    if (const auto cached = m_cache.find(name); cached != m_cache.end())
+        forgetCachedVersion(cached->second);
     m_cache.erase(name);
     try {
         replaceFileAtomically(m_folder, fileNameOf(name), text);

@@ -79,6 +79,11 @@ public:
     // How many times this object has parsed a domain file (for tests and measurements).
     std::uint64_t parseCount() const;
 
+    // Gives the memory of large domains that were replaced since the last call back to the system (malloc_trim),
+    // once whoever held their old values has let go of them: the allocator keeps freed memory for later otherwise,
+    // and a domain of a hundred megabytes leaves gigabytes behind. Cheap when no large domain was replaced.
+    void releaseMemoryOfReplacedDomains();
+
 private:
     // What this object last read of one domain file.
     struct CachedDomain {
@@ -91,6 +96,8 @@ private:
     };
 
     std::optional<Value> loadDomain(const std::string& name);
+    // Notes that the cached version of a domain goes; a large one makes releaseMemoryOfReplacedDomains() trim.
+    void forgetCachedVersion(CachedDomain& cached);
     std::optional<Value> parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock);
     // Writes the domain file from its encoded text. Encoding comes first (writePreferenceJson), so that a domain
     // that cannot be written raises before anything on disk changes.
@@ -104,6 +111,7 @@ private:
     std::map<std::string, CachedDomain, std::less<>> m_cache;
     std::uint64_t m_parseCount = 0;
     bool m_writesFailed = false;
+    bool m_largeDomainReplaced = false;
 };
 
 }

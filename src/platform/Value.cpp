@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
+#include <limits>
 #include <unordered_map>
 
 namespace platform {
@@ -532,7 +533,7 @@ static void appendNestedIndent(std::string& out, int indent, bool nested)
         appendIndent(out, indent);
 }
 
-void Value::describe(std::string& out, int indent, bool nested) const
+void Value::describe(std::string& out, int indent, bool nested, std::size_t limit) const
 {
     switch (kind()) {
     case Kind::Null:
@@ -565,8 +566,10 @@ void Value::describe(std::string& out, int indent, bool nested) const
         out += "(\n";
         const auto& array = elements();
         for (std::size_t i = 0; i < array.size(); ++i) {
+            if (out.size() >= limit)
+                return;
             appendIndent(out, indent + 1);
-            array[i].describe(out, indent + 1, true);
+            array[i].describe(out, indent + 1, true, limit);
             if (i + 1 < array.size())
                 out += ',';
             out += '\n';
@@ -584,10 +587,12 @@ void Value::describe(std::string& out, int indent, bool nested) const
         appendNestedIndent(out, indent, nested);
         out += "{\n";
         for (const auto* entry : sorted) {
+            if (out.size() >= limit)
+                return;
             appendIndent(out, indent + 1);
             appendText(out, entry->first, true);
             out += " = ";
-            entry->second.describe(out, indent + 1, true);
+            entry->second.describe(out, indent + 1, true, limit);
             out += ";\n";
         }
         appendIndent(out, indent);
@@ -597,10 +602,12 @@ void Value::describe(std::string& out, int indent, bool nested) const
     }
 }
 
-std::string Value::description() const
+std::string Value::description() const { return description(std::numeric_limits<std::size_t>::max()); }
+
+std::string Value::description(std::size_t limit) const
 {
     std::string out;
-    describe(out, 0, false);
+    describe(out, 0, false, limit);
     return out;
 }
 

@@ -171,6 +171,10 @@ public:
     // The framework's old-style description, as "%@" prints it: strings bare at top level and quoted inside
     // collections when they need it, "( ... )" for arrays, "{ key = value; }" for dictionaries, "<null>".
     std::string description() const;
+    // The start of the description: a collection stops describing its elements once `limit` bytes are written, so
+    // the text is the full description's first bytes and at most one element's description longer than `limit`.
+    // The cost follows what is written, not the size of the collection.
+    std::string description(std::size_t limit) const;
 
 private:
     struct DateValue {
@@ -184,7 +188,7 @@ private:
     Array& mutableElements();
     Entries& mutableEntries();
     [[noreturn]] void raiseWrongKind(const char* operation) const;
-    void describe(std::string& out, int indent, bool nested) const;
+    void describe(std::string& out, int indent, bool nested, std::size_t limit) const;
 
     Storage m_storage;
 };

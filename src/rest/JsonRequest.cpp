@@ -62,11 +62,12 @@ std::variant<platform::Value, platform::Error> parseReply(const std::optional<pl
     }
 }
 
-void finishJsonRequest(
-    const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body, const Finished& finished)
+void finishJsonRequest(const std::string& url, const std::optional<platform::Error>& error,
+    const std::optional<platform::Bytes>& body, const Finished& finished)
 {
     if (error) {
         platform::log("error code ....%@", *error);
+        platform::log("The request to %@ failed", url.empty() ? std::string_view("(no URL)") : std::string_view(url));
         // The URL system's "unknown" error ends the request silently: whoever waits for it waits in vain.
         if (error->code == platform::http::URLErrorUnknown) {
             platform::log("error code at rest connector strt async task......");

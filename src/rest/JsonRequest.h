@@ -30,12 +30,13 @@ std::optional<platform::http::Request> prepareJsonRequest(
 std::variant<platform::Value, platform::Error> parseReply(const std::optional<platform::Bytes>& body);
 
 // The completion step of a JSON request, run on the transport's completion queue:
-// - a transport error is logged ("error code ....%@"); one of code -1 is logged a second time and ends the step
+// - a transport error is logged ("error code ....%@"), followed by a line naming the request's URL, so that a wrong
+//   server address shows in the log; one of code -1 is logged a second time and ends the step
 //   without calling `finished`; any other is handed on as (error, 2), then "network error" is logged;
 // - otherwise the reply is parsed and logged ("response %@"), and `finished` gets (parse error, 5) or
 //   (parsed reply, 0).
 // The HTTP status code is never looked at: a JSON reply with status 500 is a success.
-void finishJsonRequest(
-    const std::optional<platform::Error>& error, const std::optional<platform::Bytes>& body, const Finished& finished);
+void finishJsonRequest(const std::string& url, const std::optional<platform::Error>& error,
+    const std::optional<platform::Bytes>& body, const Finished& finished);
 
 }

@@ -66,9 +66,9 @@ void RestConnector::startAsyncTask(
     const auto request = prepareJsonRequest(params, getAbsoluteURL(path), finished);
     if (!request)
         return;
-    sessionTask = session->dataTask(
-        *request, [self = shared_from_this(), finished = std::move(finished)](const Result& result) {
-            finishJsonRequest(result.error, result.data, finished);
+    sessionTask = session->dataTask(*request,
+        [self = shared_from_this(), url = request->url, finished = std::move(finished)](const Result& result) {
+            finishJsonRequest(url, result.error, result.data, finished);
         });
     resume();
 }

@@ -24,9 +24,10 @@ void RestConnector_Old::startAsyncTask(
         return;
     operationQueue = std::make_shared<OperationQueue>("RestConnector_Old");
     URLConnection::sendAsynchronousRequest(*request, operationQueue,
-        [self = shared_from_this(), finished = std::move(finished)](const std::optional<platform::http::Response>&,
-            const std::optional<platform::Bytes>& data, const std::optional<platform::Error>& error) {
-            finishJsonRequest(error, data, finished);
+        [self = shared_from_this(), url = request->url, finished = std::move(finished)](
+            const std::optional<platform::http::Response>&, const std::optional<platform::Bytes>& data,
+            const std::optional<platform::Error>& error) {
+            finishJsonRequest(url, error, data, finished);
             const auto operations = self->operationQueue->operations();
             if (!operations.empty())
                 operations.back()->cancel();

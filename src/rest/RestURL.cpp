@@ -1,5 +1,6 @@
 #include "rest/RestURL.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 
@@ -55,13 +56,63 @@ std::string_view withoutSchemeAndAuthority(std::string_view url)
     return url;
 }
 
+bool isHostName(std::string_view host)
+{
+    if (host.starts_with('[') && host.ends_with(']') && host.size() > 2)
+        return host.substr(1, host.size() - 2).find_first_not_of("0123456789abcdefABCDEF:.") == std::string_view::npos;
+    return !host.empty() && host.front() != '-' && host.front() != '.'
+        && std::ranges::all_of(host, [](char character) {
+               const auto byte = static_cast<unsigned char>(character);
+               return byte < 0x80 && (std::isalnum(byte) || character == '-' || character == '.');
+           });
+}
+
+bool isPort(std::string_view port)
+{
+    if (port.empty() || port.size() > 5 || port.front() == '0'
+        || port.find_first_not_of("0123456789") != std::string_view::npos)
+        return false;
+    return std::stoi(std::string(port)) <= 65535;
+}
+
+std::string_view environmentServer()
+{
+    const char* server = std::getenv("KORBANHOLD_SERVER");
+    return server && *server ? std::string_view(server) : defaultServer;
+}
+
+}
+
+std::optional<std::string> serverAddress(std::string_view text)
+{
+    if (text.starts_with("http://")) {
+        text.remove_prefix(7);
+        if (text.ends_with('/'))
+            text.remove_suffix(1);
+    }
+    // The port follows the last colon that is not inside an IPv6 address's brackets.
+    const auto colon = text.rfind(':');
+    const bool hasPort = colon != std::string_view::npos && text.find(']', colon) == std::string_view::npos;
+    const std::string_view host = hasPort ? text.substr(0, colon) : text;
+    if (!isHostName(host) || (hasPort && !isPort(text.substr(colon + 1))))
+        return std::nullopt;
+    return std::string(text);
+}
+
+std::string configuredServer()
+{
+    const std::string_view server = environmentServer();
+    if (auto address = serverAddress(server))
+        return std::move(*address);
+    throw ServerSettingError("KORBANHOLD_SERVER must be host[:port] or http://host[:port]/, not \""
+        + std::string(server) + "\"");
 }
 
 std::string baseURL()
 {
-    const char* server = std::getenv("KORBANHOLD_SERVER");
-    const std::string_view host = server && *server ? std::string_view(server) : defaultServer;
-    return "http://" + std::string(host) + "/KorbanholdRestService/";
+    const std::string_view server = environmentServer();
+    const auto address = serverAddress(server);
+    return "http://" + (address ? *address : std::string(server)) + "/KorbanholdRestService/";
 }
 
 std::optional<std::string> urlWithString(std::string_view text)

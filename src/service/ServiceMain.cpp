@@ -2,6 +2,7 @@
 
 #include "platform/IpcListener.h"
 #include "platform/Queue.h"
+#include "platform/ServiceReadiness.h"
 #include "service/ServiceDelegate.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "service/XPCService.h"
@@ -17,6 +18,7 @@ void runListener()
     auto listener = platform::ipc::Listener::serviceListener(syncServiceName);
     listener->setDelegate(std::make_shared<ServiceDelegate>());
     listener->start();
+    platform::notifyServiceReady();
     platform::runMainQueue();
     listener->announceTerminationImminent();
     listener->stop();

@@ -3,6 +3,7 @@
 #include "platform/IpcServer.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/Queue.h"
+#include "platform/ServiceReadiness.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 
 namespace service {
@@ -17,6 +18,7 @@ void XPCService::runService()
 {
     auto server = platform::ipc::Server::start(platform::ipc::listenForService(syncServiceName),
         XPCServiceConnectionHandler);
+    platform::notifyServiceReady();
     platform::runMainQueue();
     server->announceTerminationImminent();
     server->stop();

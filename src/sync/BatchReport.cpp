@@ -3,6 +3,7 @@
 
 #include "sync/SyncFilesXpcService.h"
 
+#include "platform/Exception.h"
 #include "platform/Log.h"
 #include "rest/RestInterface.h"
 #include "sync/RecordKeys.h"
@@ -25,6 +26,9 @@ namespace {
     // copied as it stands, whatever its kind.
     std::vector<SyncFilesInTableAndCloudQuery> batchQueries(const Value& changes, const Value* korbanholdPath)
     {
+        // Every query carries the setting: one that cannot be a path fails the report before it is copied.
+        if (korbanholdPath && korbanholdPath->isString() && !fitsFolderPath(korbanholdPath->string()))
+            platform::Exception::raiseInvalidArgument("korbanholdPathKey is too long to name a folder");
         std::optional<std::string> serverKorbanholdPath = serverFormPath(korbanholdPath);
         std::vector<SyncFilesInTableAndCloudQuery> queries;
         queries.reserve(changes.count());

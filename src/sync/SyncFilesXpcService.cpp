@@ -72,6 +72,13 @@ const Value* SyncFilesXpcService::settingsValue(std::string_view key) const
     return m_korbanholdPrefs ? m_korbanholdPrefs->find(key) : nullptr;
 }
 
+bool SyncFilesXpcService::syncedFolderSettingFits() const
+{
+    std::lock_guard lock(m_fieldsMutex);
+    const Value* setting = settingsValue(settings::korbanholdPath);
+    return !setting || !setting->isString() || fitsFolderPath(setting->string());
+}
+
 std::string SyncFilesXpcService::syncedFolderPath() const
 {
     std::lock_guard lock(m_fieldsMutex);

@@ -26,6 +26,7 @@
 #include "sync/ChangeRecords.h"
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
+#include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/WatchedTable.h"
 
@@ -146,6 +147,8 @@ private:
     const platform::Value* settingsValue(std::string_view key) const;
     // "%@/Korbanhold" of the settings' "korbanholdPathKey".
     std::string syncedFolderPath() const;
+    // False when "korbanholdPathKey" is a string too long to name a folder (fitsFolderPath).
+    bool syncedFolderSettingFits() const;
 
     std::mutex m_passMutex;
     mutable std::mutex m_fieldsMutex;
@@ -167,6 +170,8 @@ private:
     platform::Value m_jsonArray = platform::Value::array();
     platform::Value m_changedListArray = platform::Value::array();
     ModifiedDateTexts m_modifiedDates;
+    // Settings that cannot be used are logged once; used by the pass only.
+    SettingsCheck m_settingsCheck;
 };
 
 }

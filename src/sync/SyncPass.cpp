@@ -36,6 +36,8 @@ void SyncFilesXpcService::syncFileInTablenCloud()
                 platform::log("%@", exception);
                 logErrorMethod();
             });
+        // The pass has let go of the snapshots and the table it replaced.
+        m_standardDefaults.releaseMemoryOfReplacedDomains();
     }
     auto self = shared_from_this();
     platform::Queue::globalBackground()->after(passInterval, [self] { self->syncFileInTablenCloud(); });
@@ -46,7 +48,8 @@ void SyncFilesXpcService::runPass()
     if (!readDomainsAndStatus())
         return;
     loadTables();
-    FolderScan scan = FolderScan::walk(syncedFolderPath());
+    // A folder whose path cannot exist holds nothing: that is what its walk would find.
+    FolderScan scan = syncedFolderSettingFits() ? FolderScan::walk(syncedFolderPath()) : FolderScan();
     {
         std::lock_guard lock(m_fieldsMutex);
         m_scan = std::move(scan);
@@ -63,6 +66,9 @@ bool SyncFilesXpcService::readDomainsAndStatus()
     auto fileWatcher = m_standardDefaults.persistentDomainForName(domains::fileWatcher);
     auto korbanhold = m_standardDefaults.persistentDomainForName(domains::korbanhold);
     auto sharedFiles = m_standardDefaults.persistentDomainForName(domains::sharedFiles);
+    m_settingsCheck.check(domains::fileWatcher, fileWatcher);
+    m_settingsCheck.check(domains::korbanhold, korbanhold);
+    m_settingsCheck.check(domains::sharedFiles, sharedFiles);
     const Value* status = fileWatcher ? fileWatcher->find(settings::fileWatcherStatus) : nullptr;
     bool busy = status && status->isString() && status->string() == "1";
     {

@@ -107,6 +107,13 @@ void SyncedFolder::restartServerAndService()
     startService();
 }
 
+void SyncedFolder::restartServiceWithoutSyncFile()
+{
+    m_service->stop();
+    m_service = std::make_unique<ServiceProcess>(m_folders, std::nullopt);
+    ASSERT_TRUE(m_service->listening()) << logTail();
+}
+
 testing::AssertionResult SyncedFolder::run(const std::string& command) const
 {
     testsupport::ProcessOptions options;

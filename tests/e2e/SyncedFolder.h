@@ -74,6 +74,8 @@ protected:
     // Stops the server (SIGTERM) and starts a new one on the same database, then restarts the service pointed at the
     // new port and calls SyncFile on it again (which raises the status and runs a pass).
     void restartServerAndService();
+    // Stops the service and starts it again without calling SyncFile: it listens, but no polling loop runs.
+    void restartServiceWithoutSyncFile();
     // The end of the service's log, for failure messages.
     std::string logTail() const;
     // The changes of the last batch report (type, path, file number), one per line, for failure messages.

@@ -3,6 +3,8 @@
 #include "platform/IpcSocket.h"
 #include "platform/helpers/IpcTestSupport.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -42,8 +44,9 @@ TEST(IpcServiceSocket, TheRuntimeFolderIsCreatedForItsUserAloneAndTheSocketIs060
     testsupport::TempDir parent;
     const auto folder = parent / "runtime";
     testsupport::ScopedEnvironment runtime("KORBANHOLD_RUNTIME_DIR", folder.string());
-    const OwnedFd socket = listenForService(service);
-    ASSERT_TRUE(socket);
+    const ServiceSocket listening = listenForService(service);
+    ASSERT_TRUE(listening.socket);
+    EXPECT_TRUE(listening.lock);
     EXPECT_EQ(modeOf(folder) & 07777, 0700u);
     const auto path = folder / "Ulmaridon.SyncFilesXpcService.sock";
     EXPECT_TRUE(S_ISSOCK(modeOf(path)));
@@ -95,10 +98,10 @@ TEST(IpcServiceSocket, ASocketLeftBehindByAServiceThatIsGoneIsReplaced)
 {
     ipctest::ScopedRuntimeFolder folder;
     {
-        const OwnedFd first = listenForService(service);
+        const ServiceSocket first = listenForService(service);
     }
     ASSERT_TRUE(std::filesystem::exists(serviceSocketPath(service)));
-    const OwnedFd second = listenForService(service);
+    const ServiceSocket second = listenForService(service);
     int error = 0;
     EXPECT_TRUE(connectUnixSocket(serviceSocketPath(service).string(), error)) << error;
 }
@@ -106,10 +109,29 @@ TEST(IpcServiceSocket, ASocketLeftBehindByAServiceThatIsGoneIsReplaced)
 TEST(IpcServiceSocket, ASocketOfARunningServiceIsLeftAlone)
 {
     ipctest::ScopedRuntimeFolder folder;
-    const OwnedFd running = listenForService(service);
+    const ServiceSocket running = listenForService(service);
     EXPECT_THAT(listenError(), HasSubstr("another process is already listening there"));
     int error = 0;
     EXPECT_TRUE(connectUnixSocket(serviceSocketPath(service).string(), error)) << "the running service still answers";
+}
+
+// A service that holds its lock is running, even when its socket does not answer (it is busy, or has not listened
+// yet): its socket is left alone. Before the lock, a failed connection counted as a service that was gone.
+TEST(IpcServiceSocket, ASocketWhoseLockIsHeldIsLeftAloneEvenWhenNobodyAnswers)
+{
+    ipctest::ScopedRuntimeFolder folder;
+    {
+        const ServiceSocket gone = listenForService(service);
+    }
+    const OwnedFd heldLock(::open(serviceLockPath(service).c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(::flock(heldLock.get(), LOCK_EX | LOCK_NB), 0);
+    struct stat before {};
+    ASSERT_EQ(::lstat(serviceSocketPath(service).c_str(), &before), 0);
+
+    EXPECT_THAT(listenError(), HasSubstr("another process is already listening there"));
+    struct stat after {};
+    ASSERT_EQ(::lstat(serviceSocketPath(service).c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "the socket file was not replaced";
 }
 
 TEST(IpcServiceSocket, AFileThatIsNotASocketInTheWayIsRefused)

@@ -1,10 +1,12 @@
 #include "platform/Log.h"
 
 #include "support/LogCapture.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <fcntl.h>
 #include <regex>
 #include <sstream>
@@ -15,6 +17,7 @@ using platform::format;
 using platform::formatMessage;
 using platform::Value;
 using testsupport::LogCapture;
+using testsupport::ScopedEnvironment;
 using testsupport::TempDir;
 
 namespace {
@@ -194,4 +197,111 @@ TEST(FormatMessage, APercentThatStartsNoConversionStays)
 TEST(FormatMessage, BooleansAndRealsPrintAsTheFrameworkDoes)
 {
     EXPECT_EQ(format("%d %d %@", true, false, 0.5), "1 0 0.5");
+}
+
+namespace {
+
+// A watched-files table of `count` records of the shape the engine stores.
+Value tableOf(std::size_t count)
+{
+    platform::Array records;
+    records.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::string number = std::to_string(1000 + i);
+        records.push_back(Value::dictionary({ { "FileIDKey", number }, { "BaseSystemFileIDKey", number },
+            { "BaseSystemFilePathKey", "/home/ann/Korbanhold/folder/file " + number + ".txt" }, { "removeKey", "1" },
+            { "changeTypeKey", "Created" }, { "oldPathKey", "" }, { "isFilekey", "1" }, { "fileSizeKey", "4" },
+            { "computerIDKey", "2" }, { "filemodifiedDateKey", "2026-11-24 03:12:45" } }));
+    }
+    return Value::arrayOf(std::move(records));
+}
+
+std::string loggedLine(const char* pattern, const Value& argument)
+{
+    LogCapture log;
+    platform::log(pattern, argument);
+    return log.lines().at(0);
+}
+
+}
+
+TEST(LogLineCap, ALineBelowTheCapIsExactlyTheFormattedText)
+{
+    ScopedEnvironment cap("KORBANHOLD_LOG_LINE_MAX", "4096");
+    const Value table = tableOf(3);
+    const std::string full = format("filde ID updayted  %@", table);
+    ASSERT_LT(full.size(), 4096u);
+    EXPECT_EQ(loggedLine("filde ID updayted  %@", table), full);
+}
+
+TEST(LogLineCap, ALineOverTheCapIsCutToTheCapAndEndsWithTheMarker)
+{
+    ScopedEnvironment cap("KORBANHOLD_LOG_LINE_MAX", "4096");
+    const Value table = tableOf(200);
+    const std::string full = format("filde ID updayted  %@", table);
+    ASSERT_GT(full.size(), 4096u);
+    const std::string line = loggedLine("filde ID updayted  %@", table);
+    EXPECT_EQ(line.size(), 4096u);
+    ASSERT_TRUE(line.ends_with(platform::logLineCutMarker));
+    const std::size_t kept = line.size() - platform::logLineCutMarker.size();
+    EXPECT_EQ(line.substr(0, kept), full.substr(0, kept));
+}
+
+TEST(LogLineCap, TheDefaultCapIs48KiB)
+{
+    ScopedEnvironment unset("KORBANHOLD_LOG_LINE_MAX", std::nullopt);
+    EXPECT_EQ(platform::logLineMax(), 48u * 1024);
+    EXPECT_EQ(loggedLine("Final List changed list %@", tableOf(1000)).size(), 48u * 1024);
+}
+
+TEST(LogLineCap, ZeroLogsTheWholeLine)
+{
+    ScopedEnvironment cap("KORBANHOLD_LOG_LINE_MAX", "0");
+    const Value table = tableOf(1000);
+    const std::string full = format("Final List changed list %@", table);
+    ASSERT_GT(full.size(), 48u * 1024);
+    EXPECT_EQ(loggedLine("Final List changed list %@", table), full);
+}
+
+TEST(LogLineCap, ACutNeverSplitsACharacter)
+{
+    ScopedEnvironment cap("KORBANHOLD_LOG_LINE_MAX", "100");
+    // Each "é" is two bytes; the "x" before them puts an even cap inside one.
+    std::string accents;
+    for (int i = 0; i < 150; ++i)
+        accents += "\xC3\xA9";
+    LogCapture log;
+    platform::log("x%@", accents);
+    const std::string line = log.lines().at(0);
+    EXPECT_LE(line.size(), 100u);
+    ASSERT_TRUE(line.ends_with(platform::logLineCutMarker));
+    const std::string kept = line.substr(0, line.size() - platform::logLineCutMarker.size());
+    EXPECT_EQ(kept.size() % 2, 1u);
+    EXPECT_EQ(kept, ("x" + accents).substr(0, kept.size()));
+}
+
+TEST(LogLineCap, ACappedLineCostsTheCapNotTheTable)
+{
+    ScopedEnvironment cap("KORBANHOLD_LOG_LINE_MAX", std::nullopt);
+    const Value table = tableOf(20000);
+    using Clock = std::chrono::steady_clock;
+    auto timed = [](auto&& work, int runs = 3) {
+        auto best = Clock::duration::max();
+        for (int run = 0; run < runs; ++run) {
+            const auto start = Clock::now();
+            work();
+            best = std::min(best, Clock::now() - start);
+        }
+        return best;
+    };
+    LogCapture log;
+    const auto whole = timed([&] { (void)table.description(); }, 1);
+    const auto capped = timed([&] { platform::log("filde ID updayted  %@", table); });
+    const auto small = timed([&] { platform::log("filde ID updayted  %@", tableOf(400)); });
+    EXPECT_EQ(log.lines().back().size(), 48u * 1024);
+    // The capped line of 20,000 records costs what the line of a few hundred does (building that small table
+    // included), far less than describing the whole table.
+    EXPECT_LT(capped * 10, whole) << "capped " << std::chrono::duration<double>(capped).count() << " s, whole "
+                                  << std::chrono::duration<double>(whole).count() << " s";
+    EXPECT_LT(capped, small * 4 + std::chrono::milliseconds(5));
 }

@@ -4,6 +4,7 @@
 #include "platform/HttpErrors.h"
 #include "platform/Json.h"
 #include "rest/RequestTimeout.h"
+#include "rest/RestURL.h"
 #include "support/Eventually.h"
 
 using namespace resttest;
@@ -255,6 +256,10 @@ TEST_F(RestConnectorJson, ARefusedConnectionGivesStatusTwoWithCannotConnectAndLo
         return line.starts_with("error code ....Error Domain=NSURLErrorDomain Code=-1004");
     });
     ASSERT_NE(errorLine, lines.end());
+    // The next line names the URL the request went to, so that a wrong server address shows.
+    ASSERT_NE(errorLine + 1, lines.end());
+    EXPECT_TRUE((errorLine + 1)->starts_with("The request to " + rest::baseURL())) << *(errorLine + 1);
+    EXPECT_TRUE((errorLine + 1)->ends_with(" failed")) << *(errorLine + 1);
     EXPECT_TRUE(log.contains("network error"));
 }
 

@@ -12,6 +12,37 @@ TEST(RestURL, TheBaseURLNamesTheServiceOnTheConfiguredHost)
     EXPECT_EQ(baseURL(), "http://10.0.0.5:81/KorbanholdRestService/");
 }
 
+TEST(RestURL, TheServerIsAHostWithAnOptionalPortOrTheHttpURLOfOne)
+{
+    EXPECT_EQ(serverAddress("example.test"), "example.test");
+    EXPECT_EQ(serverAddress("10.0.0.5:81"), "10.0.0.5:81");
+    EXPECT_EQ(serverAddress("[::1]:8080"), "[::1]:8080");
+    EXPECT_EQ(serverAddress("http://127.0.0.1:4321/"), "127.0.0.1:4321");
+    EXPECT_EQ(serverAddress("http://example.test"), "example.test");
+    for (const auto* wrong : { "https://example.test/", "http://h:1/KorbanholdRestService/", "h:0", "h:65536",
+             "h:", "h:port", "a b", "ftp:21x", "http://", "-h", ":80", "h/path" })
+        EXPECT_EQ(serverAddress(wrong), std::nullopt) << wrong;
+}
+
+TEST(RestURL, AServerGivenAsAURLMakesTheSameBaseURLAsItsHost)
+{
+    testsupport::ScopedEnvironment server("KORBANHOLD_SERVER", "http://10.0.0.5:81/");
+    EXPECT_EQ(configuredServer(), "10.0.0.5:81");
+    EXPECT_EQ(baseURL(), "http://10.0.0.5:81/KorbanholdRestService/");
+}
+
+TEST(RestURL, AWrongServerIsAnErrorNamingTheVariable)
+{
+    testsupport::ScopedEnvironment server("KORBANHOLD_SERVER", "https://example.test/");
+    try {
+        configuredServer();
+        FAIL() << "no error";
+    } catch (const ServerSettingError& error) {
+        EXPECT_STREQ(error.what(),
+            "KORBANHOLD_SERVER must be host[:port] or http://host[:port]/, not \"https://example.test/\"");
+    }
+}
+
 TEST(RestURL, TextWrittenOnlyWithURLCharactersIsAURLAsItIs)
 {
     EXPECT_EQ(urlWithString("http://h:1/a-b._~/c?d=e&f#g"), "http://h:1/a-b._~/c?d=e&f#g");

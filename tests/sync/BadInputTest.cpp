@@ -155,6 +155,35 @@ TEST_F(BadInput, StatusThatIsTheNumberOneIsNotBusy)
     EXPECT_TRUE(log.contains("syncFileInTablenCloud: 1"));
     EXPECT_EQ(log.countStartingWith("Final List changed list"), 0u);
     EXPECT_EQ(clock.pendingCount(), 1u);
+    // Said once, however many passes meet it.
+    clock.advance(2s);
+    EXPECT_EQ(log.countStartingWith("The setting "), 1u);
+    EXPECT_TRUE(log.contains("The setting FileWatcherStatusKey of Ulmaridon.FileWatcherXpcService cannot be used: "
+                             "expected a string, \"1\" or \"0\", found a number"));
+}
+
+TEST_F(BadInput, SyncedFolderSettingLongerThanAnyPathWalksNothingAndIsLoggedOnce)
+{
+    writeFile("a.txt", "a");
+    writeSettings({ { "korbanholdPathKey", Value("/" + std::string(5000, 'a')) } });
+    firstPass();
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
+    EXPECT_EQ(changes().count(), 0u);
+    EXPECT_TRUE(log.contains("The setting korbanholdPathKey of Ulmaridon.Korbanhold cannot be used: expected the path of "
+                             "a folder, a string of at most 4084 bytes, found a string of 5001 bytes"));
+    EXPECT_EQ(log.countStartingWith("Cannot enter folder"), 0u) << "no walk is tried";
+}
+
+TEST_F(BadInput, IdentifiersOfAWrongKindAreLoggedWithWhatWasExpected)
+{
+    writeFile("a.txt", "a");
+    writeSettings({ { "computerIdKey", Value::dictionary() }, { "userIdKey", Value::integer(4) } });
+    firstPass();
+    EXPECT_TRUE(log.contains("The setting computerIdKey of Ulmaridon.Korbanhold cannot be used: expected a string, the "
+                             "computer's id, found a dictionary"));
+    EXPECT_TRUE(log.contains("The setting userIdKey of Ulmaridon.Korbanhold cannot be used: expected a string, the "
+                             "user's id, found a number"));
+    EXPECT_EQ(log.countStartingWith("The setting "), 2u);
 }
 
 TEST_F(BadInput, SyncedFolderSettingThatIsANumberGivesAFolderThatDoesNotExist)

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using platform::Value;
 using testsupport::ProcessOptions;
@@ -93,7 +95,35 @@ TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
         "Ulmaridon.SyncFilesXpcService: " + fileOf("Ulmaridon.SyncFilesXpcService") + "\n"
         "  FileWatchedDataKey: 3 entries\n"
         "Socket: " + socketPath() + " (not there: the service is not listening)\n"
-        "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n");
+        "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n"
+        "Watcher: no watcher runs (no state at " + (runtime / "korbanhold-watch.state").string()
+            + "): changes wait for a raise by hand\n");
+}
+
+TEST_F(StatusCommand, ShowsWhatTheRunningWatcherDoes)
+{
+    testsupport::writeFile(runtime / "korbanhold-watch.state",
+        "{\"pid\":" + std::to_string(::getpid()) + ",\"mode\":\"polling\",\"reason\":\"the inotify watch limit is "
+        "reached\",\"syncedFolder\":\"/home/ann/Korbanhold\",\"foldersWatched\":10,\"foldersUnwatched\":5,"
+        "\"started\":\"2026-11-24 15:00:00\",\"lastEvent\":\"2026-11-24 15:01:00\",\"lastRaise\":\"\"}\n");
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput,
+        "Watcher: PID " + std::to_string(::getpid()) + " since 2026-11-24 15:00:00, polling (the inotify watch limit "
+        "is reached)\n  synced folder: /home/ann/Korbanhold\n  folders watched: 10, not watched: 5\n"
+        "  last change seen: 2026-11-24 15:01:00\n  last raise: none yet\n")) << result.standardOutput;
+}
+
+TEST_F(StatusCommand, SaysThatNoWatcherRunsWhenTheOneThatLeftItsStateHasEnded)
+{
+    // A process that has ended: a child reaped at once.
+    const pid_t gone = ::fork();
+    if (gone == 0)
+        ::_exit(0);
+    ::waitpid(gone, nullptr, 0);
+    testsupport::writeFile(runtime / "korbanhold-watch.state", "{\"pid\":" + std::to_string(gone) + "}");
+    const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput, "Watcher: no watcher runs (PID " + std::to_string(gone)))
+        << result.standardOutput;
 }
 
 TEST_F(StatusCommand, AbsentDomainsAndKeysAreShownAsAbsentAndAreNoError)

@@ -1,5 +1,7 @@
 #include "devserver/CommandLine.h"
 
+#include "common/ProgramInfo.h"
+
 #include <CLI/CLI.hpp>
 
 #include <cstdlib>
@@ -27,6 +29,7 @@ std::optional<CommandLine> parseCommandLine(int argc, char** argv, int& exitCode
 
     CLI::App app("korbanhold-devserver: a local reference server of the Korbanhold REST service, on 127.0.0.1",
         "korbanhold-devserver");
+    tools::addVersionFlag(app);
     app.add_option("--port", commandLine.server.port, "TCP port on 127.0.0.1 (0 picks a free one)")
         ->default_val(8080)
         ->check(CLI::Range(0, 65535));

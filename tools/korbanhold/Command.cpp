@@ -41,6 +41,8 @@ int runCommandLine(CLI::App& app, int argc, char** argv)
         return app.exit(help);
     } catch (const CLI::CallForAllHelp& help) {
         return app.exit(help);
+    } catch (const CLI::CallForVersion& version) {
+        return app.exit(version);
     } catch (const CLI::ParseError& error) {
         printError(std::string(error.what()) + " (see --help)");
         return exitUsage;

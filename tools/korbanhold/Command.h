@@ -31,7 +31,7 @@ std::string jsonText(const platform::Value& value, bool pretty);
 void printJson(const platform::Value& value);
 
 // Parses the arguments and runs the chosen subcommand. Returns the exit status: 0, the status of failCommand, 2 for
-// arguments that do not parse (with one line on stderr), 1 for any other error. --help prints the help and returns 0.
+// arguments that do not parse (with one line on stderr), 1 for any other error. --help prints the help and --version the version line, and returns 0.
 int runCommandLine(CLI::App& app, int argc, char** argv);
 
 }

@@ -7,6 +7,7 @@
 #include "rest/RestURL.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "sync/RecordKeys.h"
+#include "watch/WatcherState.h"
 
 #include <cstdlib>
 #include <iostream>
@@ -66,6 +67,16 @@ std::string describeSocket()
     }
 }
 
+// What the file watcher does, from the state file it keeps in the runtime folder.
+std::string describeWatcher()
+{
+    try {
+        return watch::describeWatcher(watch::watcherStateFile());
+    } catch (const platform::ipc::ListenError& error) {
+        return std::string("unknown (") + error.what() + ")";
+    }
+}
+
 std::string describeServer()
 {
     const char* server = std::getenv("KORBANHOLD_SERVER");
@@ -85,7 +96,8 @@ void printStatus()
     valid &= printDomain(store, domains::sharedFiles, { settings::sharedFileData }, true);
     valid &= printDomain(store, service::syncServiceName, { settings::fileWatchedData }, true);
     std::cout << "Socket: " << describeSocket() << '\n';
-    std::cout << "Server: " << describeServer() << std::endl;
+    std::cout << "Server: " << describeServer() << '\n';
+    std::cout << "Watcher: " << describeWatcher() << std::endl;
     if (!valid)
         throw CLI::RuntimeError(exitFailure);
 }
@@ -94,7 +106,7 @@ void printStatus()
 
 void addStatusCommand(CLI::App& app)
 {
-    app.add_subcommand("status", "Print the settings the service reads, its table's size, its socket and its server")
+    app.add_subcommand("status", "Print the settings the service reads, its table's size, its socket, its server and its file watcher")
         ->callback(printStatus);
 }
 

@@ -2,19 +2,15 @@
 
 #include "Command.h"
 
+#include "platform/IpcClient.h"
 #include "platform/IpcListener.h"
-#include "platform/IpcServiceSocket.h"
-#include "platform/IpcSocket.h"
 #include "platform/IpcWire.h"
 #include "platform/PreferenceJson.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
 #include "service/XPCConnection.h"
 #include "service/XPCParse.h"
 
-#include <cerrno>
-#include <cstring>
 #include <memory>
-#include <poll.h>
 
 namespace korbanhold {
 
@@ -60,49 +56,18 @@ Object messageToSend(const SyncArguments& arguments)
     return platform::ipc::makeInvocation("SyncFile");
 }
 
-[[noreturn]] void unreachable(const std::string& where, int error)
-{
-    failCommand(exitFailure, "The sync service cannot be reached at " + where + ": " + std::strerror(error));
-}
-
-// Writes the whole frame, waiting while the socket's buffer is full.
-void sendFrame(int socket, const platform::ipc::Frame& frame, const std::string& where)
-{
-    std::span<const std::uint8_t> rest(frame.bytes);
-    std::span<const int> descriptors(frame.descriptors);
-    while (!rest.empty()) {
-        const long sent = platform::ipc::sendWithDescriptors(socket, rest, descriptors);
-        if (sent == -EAGAIN || sent == -EINTR) {
-            pollfd writable { socket, POLLOUT, 0 };
-            ::poll(&writable, 1, -1);
-            continue;
-        }
-        if (sent < 0)
-            unreachable(where, static_cast<int>(-sent));
-        rest = rest.subspan(static_cast<std::size_t>(sent));
-        descriptors = {};
-    }
-}
-
 void send(const Object& message)
 {
-    std::string where;
+    platform::ipc::SendResult result;
     try {
-        where = platform::ipc::serviceSocketPath(service::syncServiceName).string();
-    } catch (const platform::ipc::ListenError& error) {
-        failCommand(exitFailure, std::string("The sync service cannot be reached: ") + error.what());
-    }
-    platform::ipc::Frame frame;
-    try {
-        frame = platform::ipc::encodeFrame(message);
+        result = platform::ipc::sendMessage(service::syncServiceName, message);
     } catch (const platform::ipc::WireError& error) {
         failCommand(exitUsage, std::string("The message cannot be sent: ") + error.what());
     }
-    int error = 0;
-    auto socket = platform::ipc::connectUnixSocket(where, error);
-    if (error != 0)
-        unreachable(where, -error);
-    sendFrame(socket.get(), frame, where);
+    if (!result && result.where.empty())
+        failCommand(exitFailure, "The sync service cannot be reached: " + result.reason);
+    if (!result)
+        failCommand(exitFailure, "The sync service cannot be reached at " + result.where + ": " + result.reason);
 }
 
 }

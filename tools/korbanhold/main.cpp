@@ -6,6 +6,7 @@
 #include "SyncCommand.h"
 #include "TableCommand.h"
 
+#include "common/ProgramInfo.h"
 #include "platform/Log.h"
 
 #include <iostream>
@@ -18,6 +19,7 @@ int main(int argc, char** argv)
     platform::setLogSink([](std::string_view text) { std::cerr << "korbanhold: " << text << std::endl; });
     CLI::App app("The command line of the Korbanhold sync service.", "korbanhold");
     app.require_subcommand(1);
+    tools::addVersionFlag(app);
     korbanhold::addDefaultsCommand(app);
     korbanhold::addSyncCommand(app);
     korbanhold::addTableCommand(app);
