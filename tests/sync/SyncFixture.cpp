@@ -27,11 +27,15 @@ void RecordingService::performSharedFilesCreationProcess(const std::string& path
     record({ "performSharedFilesCreationProcess", { path }, {} });
     if (duringSharedCreation)
         std::exchange(duringSharedCreation, nullptr)();
+    if (duringEverySharedCreation)
+        duringEverySharedCreation();
     SyncFilesXpcService::performSharedFilesCreationProcess(path);
 }
 
 void RecordingService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
 {
+    if (duringBatchReport)
+        std::exchange(duringBatchReport, nullptr)();
     record({ "SyncFilesWithTableAndCloudProcess", {}, changedListArray });
     if (talksToServer)
         SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(changedListArray);
