@@ -192,17 +192,6 @@ TEST_F(SyncPass, ChangeListIsLoggedAndHandedToTheBatchReportAfterTheIdleStatus)
     EXPECT_EQ(loggedAtReport, 1u);
 }
 
-TEST_F(SyncPass, BatchReportKeepsTheChangeListAsThePassHandedItOver)
-{
-    writeFile("a.txt", "a");
-    firstPass();
-    ASSERT_TRUE(service->waitFor("SyncFilesWithTableAndCloudProcess", 1));
-    Value handedOver = service->calls().back().changes;
-    writeFile("b.txt", "b");
-    nextPass();
-    EXPECT_EQ(summary(handedOver), (Lines { "Created a.txt" }));
-}
-
 TEST_F(SyncPass, MissingSyncedFolderSettingFindsNothing)
 {
     writeFile("a.txt", "a");
