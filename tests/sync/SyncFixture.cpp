@@ -34,8 +34,14 @@ void RecordingService::performSharedFilesCreationProcess(const std::string& path
 
 void RecordingService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
 {
-    if (duringBatchReport)
-        std::exchange(duringBatchReport, nullptr)();
+    std::function<void()> hook;
+    {
+        // Reports of two passes may start at once.
+        std::lock_guard lock(m_mutex);
+        hook = std::exchange(duringBatchReport, nullptr);
+    }
+    if (hook)
+        hook();
     record({ "SyncFilesWithTableAndCloudProcess", {}, changedListArray });
     if (talksToServer)
         SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(changedListArray);
