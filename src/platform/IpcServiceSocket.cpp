@@ -8,9 +8,11 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -66,17 +68,19 @@ namespace {
         return lock;
     }
 
-    // systemd owns the socket of an activated service; its lock, when it can be had, tells a service started by hand
-    // that this one runs. Without a runtime folder there is no lock, and nothing that a service started by hand
-    // could replace either.
-    OwnedFd lockOfActivatedService(std::string_view serviceName)
+    // systemd owns the socket of an activated service; a lock beside it, when it can be had, tells a service started
+    // by hand on that socket's path that this one runs. A socket without a path (abstract or unnamed) has no lock,
+    // and nothing that a service started by hand could replace either.
+    OwnedFd lockOfActivatedService(const OwnedFd& socket)
     {
+        sockaddr_un address {};
+        socklen_t length = sizeof address;
+        if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0
+            || length <= offsetof(sockaddr_un, sun_path) || address.sun_path[0] == '\0')
+            return OwnedFd();
+        const std::string socketPath(address.sun_path, ::strnlen(address.sun_path, sizeof address.sun_path));
         try {
-            const std::filesystem::path folder = runtimeFolder();
-            if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
-                return OwnedFd();
-            checkRuntimeFolder(folder);
-            return takeServiceLock(serviceLockPath(serviceName));
+            return takeServiceLock(socketPath + ".lock");
         } catch (const ListenError&) {
             return OwnedFd();
         }
@@ -130,8 +134,10 @@ void checkRuntimeFolder(const std::filesystem::path& folder)
 
 ServiceSocket listenForService(std::string_view serviceName)
 {
-    if (OwnedFd activated = activatedSocket())
-        return { std::move(activated), lockOfActivatedService(serviceName) };
+    if (OwnedFd activated = activatedSocket()) {
+        OwnedFd lock = lockOfActivatedService(activated);
+        return { std::move(activated), std::move(lock) };
+    }
 
     const std::filesystem::path path = serviceSocketPath(serviceName);
     const std::filesystem::path folder = path.parent_path();
