@@ -7,6 +7,7 @@
 #include "support/Eventually.h"
 
 #include <algorithm>
+#include <future>
 #include <memory>
 
 using namespace synctest;
@@ -143,6 +144,28 @@ TEST_F(BatchReport, ValuesThatAreNotTextTravelAsTheyStandNumbersAsNumbersAndNull
     ASSERT_NE(sent.find("ComputerID"), nullptr);
     EXPECT_TRUE(sent.find("ComputerID")->isNull());
     EXPECT_EQ(text(sent, "ChangeType"), "Modified");
+}
+
+TEST_F(BatchReport, TheReportSendsTheChangeListAsThePassHandedItOverWhileTheNextPassRefillsIt)
+{
+    // The first pass's report is held at its start until the next pass has built its own change list.
+    writeFile("a.txt", "a");
+    std::promise<void> nextPassDone;
+    std::shared_future<void> released = nextPassDone.get_future().share();
+    service->duringBatchReport = [released] { released.wait(); };
+    firstPass();
+    writeFile("b.txt", "b");
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Created a.txt", "Created b.txt" }));
+    nextPassDone.set_value();
+    ASSERT_TRUE(waitForReplies(2));
+
+    // The held report sent the one change of its pass; the next pass's report sent both.
+    std::vector<std::size_t> sizes;
+    for (const Value& body : bodiesOf(batchPath))
+        sizes.push_back(body.count());
+    std::sort(sizes.begin(), sizes.end());
+    EXPECT_EQ(sizes, (std::vector<std::size_t> { 1, 2 }));
 }
 
 TEST_F(BatchReport, AFailureWhileHandingOverGoesToTheErrorReportAndSendsNoBatch)

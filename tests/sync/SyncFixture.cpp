@@ -29,11 +29,21 @@ void RecordingService::performSharedFilesCreationProcess(const std::string& path
     record({ "performSharedFilesCreationProcess", { path }, {} });
     if (duringSharedCreation)
         std::exchange(duringSharedCreation, nullptr)();
+    if (duringEverySharedCreation)
+        duringEverySharedCreation();
     SyncFilesXpcService::performSharedFilesCreationProcess(path);
 }
 
 void RecordingService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
 {
+    std::function<void()> hook;
+    {
+        // Reports of two passes may start at once.
+        std::lock_guard lock(m_mutex);
+        hook = std::exchange(duringBatchReport, nullptr);
+    }
+    if (hook)
+        hook();
     record({ "SyncFilesWithTableAndCloudProcess", {}, changedListArray });
     if (talksToServer)
         SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(changedListArray);
