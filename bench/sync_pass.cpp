@@ -9,6 +9,8 @@
 // Trees and repositories are generated once and kept in the cache folder (a million items take minutes to set up).
 // Prints medians and ratios; asserts nothing.
 
+#include "BenchSupport.h"
+
 #include "platform/Log.h"
 #include "platform/Queue.h"
 #include "platform/UserDefaults.h"
@@ -31,128 +33,10 @@
 #include <unistd.h>
 #include <vector>
 
-extern char** environ;
-
 namespace {
 
-using Clock = std::chrono::steady_clock;
-namespace fs = std::filesystem;
+using namespace bench;
 
-double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
-
-struct ChildRun {
-    double seconds = 0;
-    long peakKilobytes = 0;
-    std::string output;
-};
-
-// Runs a program, its output captured (or dropped), and returns its wall time and peak resident memory.
-ChildRun spawn(const std::vector<std::string>& arguments, bool capture)
-{
-    int channel[2];
-    if (pipe(channel) != 0)
-        throw std::runtime_error("pipe failed");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (capture)
-        posix_spawn_file_actions_adddup2(&actions, channel[1], 1);
-    else
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclose(&actions, channel[0]);
-    posix_spawn_file_actions_addclose(&actions, channel[1]);
-    std::vector<char*> argv;
-    for (const auto& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    auto start = Clock::now();
-    pid_t child = 0;
-    if (posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ) != 0)
-        throw std::runtime_error("cannot start " + arguments[0]);
-    posix_spawn_file_actions_destroy(&actions);
-    close(channel[1]);
-    ChildRun run;
-    char buffer[4096];
-    for (ssize_t got; (got = read(channel[0], buffer, sizeof buffer)) > 0;)
-        run.output.append(buffer, static_cast<std::size_t>(got));
-    close(channel[0]);
-    int status = 0;
-    rusage usage {};
-    wait4(child, &status, 0, &usage);
-    run.seconds = secondsSince(start);
-    run.peakKilobytes = usage.ru_maxrss;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-        throw std::runtime_error(arguments[0] + " failed");
-    return run;
-}
-
-void shell(const std::string& command)
-{
-    if (std::system(command.c_str()) != 0)
-        throw std::runtime_error("failed: " + command);
-}
-
-// ---------------------------------------------------------------- generated trees
-
-// About 100 entries per folder, a few levels deep: ten folders per level until the leaf folders, each holding 99
-// files (one in ten with some content, the rest empty).
-void generateTree(const fs::path& synced, std::size_t items)
-{
-    std::size_t leafFolders = std::max<std::size_t>(1, items / 100);
-    std::vector<fs::path> level { synced };
-    fs::create_directories(synced);
-    while (level.size() * 10 <= leafFolders) {
-        std::vector<fs::path> next;
-        for (const auto& folder : level) {
-            for (int index = 0; index < 10; ++index) {
-                next.push_back(folder / ("folder-" + std::to_string(index)));
-                fs::create_directory(next.back());
-            }
-        }
-        level = std::move(next);
-    }
-    std::size_t made = 0;
-    for (const auto& folder : level) {
-        for (int index = 0; index < 99; ++index, ++made) {
-            std::ofstream file(folder / ("file-" + std::to_string(index) + ".txt"));
-            if (made % 10 == 0)
-                file << std::string(100 + made % 3000, 'k');
-        }
-    }
-}
-
-struct Tree {
-    fs::path home; // holds Korbanhold
-    fs::path gitDir;
-    fs::path steadyPreferences;
-};
-
-Tree prepare(const fs::path& cache, std::size_t items)
-{
-    std::string name = std::to_string(items);
-    Tree tree { cache / ("tree-" + name), cache / ("git-" + name + ".git"), cache / ("prefs-" + name) };
-    fs::path synced = tree.home / "Korbanhold";
-    if (!fs::exists(cache / ("tree-" + name + ".done"))) {
-        std::cerr << "generating the tree of " << items << " items in " << tree.home << "\n";
-        fs::remove_all(tree.home);
-        generateTree(synced, items);
-        std::ofstream(cache / ("tree-" + name + ".done"));
-    }
-    if (!fs::exists(cache / ("git-" + name + ".done"))) {
-        std::cerr << "committing the tree of " << items << " items to " << tree.gitDir << "\n";
-        fs::remove_all(tree.gitDir);
-        std::string git = "git --git-dir='" + tree.gitDir.string() + "' --work-tree='" + synced.string() + "' ";
-        shell(git + "init -q && " + git + "add -A && " + git
-            + "-c user.name=bench -c user.email=bench@localhost commit -qm tree && " + git + "status --porcelain >/dev/null");
-        std::ofstream(cache / ("git-" + name + ".done"));
-    }
-    return tree;
-}
 
 // ---------------------------------------------------------------- the passes, in child processes
 
@@ -244,7 +128,7 @@ Figures measure(const std::string& self, const fs::path& cache, std::size_t item
     std::vector<std::string> firstPasses { self, "--first-passes", tree.home.string(), tree.steadyPreferences.string(),
         std::to_string(firstRuns) };
     // (a) needs the table a first pass stores; the first run of the benchmark on a tree makes it.
-    if (!fs::exists(tree.steadyPreferences / "Ulmaridon.SyncFilesXpcService.json"))
+    if (!fs::exists(tree.steadyPreferences / "Ulmaridon.SyncFilesXpcService.sqlite"))
         spawn(firstPasses, true);
 
     // The walks run first, while the tree is in the kernel's caches; (b), which needs the most memory, runs last.
@@ -314,12 +198,8 @@ int main(int argc, char** argv)
                 prepareOnly = arguments[k + 1] == "1";
             else if (arguments[k] == "--cache")
                 cache = arguments[k + 1];
-            else if (arguments[k] == "--sizes") {
-                sizes.clear();
-                std::istringstream list(arguments[k + 1]);
-                for (std::string size; std::getline(list, size, ',');)
-                    sizes.push_back(std::stoull(size));
-            }
+            else if (arguments[k] == "--sizes")
+                sizes = sizesOf(arguments[k + 1]);
         }
         fs::create_directories(cache);
         std::string self = fs::read_symlink("/proc/self/exe").string();

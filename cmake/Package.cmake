@@ -6,11 +6,11 @@ set(CPACK_PACKAGE_NAME korbanhold)
 set(CPACK_PACKAGE_VENDOR "The Korbanhold developers")
 set(CPACK_PACKAGE_CONTACT "Korbanhold developers <korbanhold@example.org>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "folder synchronisation service of Korbanhold")
-set(CPACK_PACKAGE_DESCRIPTION
-  "Korbanhold keeps the user's folder \"Korbanhold\" in step with the product's server.\n"
-  "This package holds the background synchronisation service, started on demand\n"
-  "by systemd user units, its file watcher, its command line and a local\n"
-  "reference server for trying it out.")
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+  "Korbanhold keeps the user's folder Korbanhold in step with the\n"
+  "product's server. This package holds the background synchronisation\n"
+  "service, started on demand by systemd user units, its file watcher,\n"
+  "its command line and a local reference server for trying it out.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)

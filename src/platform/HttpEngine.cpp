@@ -146,9 +146,10 @@ void Engine::end(Transfer& transfer, Result result)
     // The transfer goes first, closing its connection and files, so that nothing of it is left when the report
     // runs.
     const std::shared_ptr<Task> task = transfer.task();
+    const auto waitLimit = std::max(transfer.deadline() - Transfer::Clock::now(), Transfer::Clock::duration::zero());
     m_transfers.erase(task.get());
     m_transferCount = m_transfers.size();
-    task->finish(std::move(result));
+    task->transferEnded(std::move(result), waitLimit);
 
     if (!slot.waiting.empty()) {
         Transfer* next = slot.waiting.front();

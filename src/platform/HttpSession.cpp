@@ -68,7 +68,7 @@ void Task::cancel()
         if (m_state == State::Running)
             m_state = State::Canceling;
     }
-    if (previous == State::Suspended)
+    if (previous == State::Suspended || (previous == State::Running && awaitingChallenge()))
         finish(Result::failure(urlError(URLErrorCancelled)));
     else if (previous == State::Running)
         Engine::shared().cancel(shared_from_this());
@@ -96,6 +96,61 @@ void Task::setTaskDescription(std::string description)
 {
     std::lock_guard lock(m_mutex);
     m_taskDescription = std::move(description);
+}
+
+namespace {
+
+    std::optional<AuthenticationChallenge> challengeIn(const Result& result)
+    {
+        if (result.error || !result.response)
+            return std::nullopt;
+        const Response& response = *result.response;
+        if (response.statusCode == 401 && findHeader(response.allHeaderFields, "WWW-Authenticate"))
+            return AuthenticationChallenge { response, false };
+        if (response.statusCode == 407 && findHeader(response.allHeaderFields, "Proxy-Authenticate"))
+            return AuthenticationChallenge { response, true };
+        return std::nullopt;
+    }
+
+}
+
+void SessionDelegate::didReceiveChallenge(
+    Session&, Task&, const AuthenticationChallenge&, ChallengeCompletionHandler completionHandler)
+{
+    completionHandler(ChallengeDisposition::PerformDefaultHandling);
+}
+
+bool Task::awaitingChallenge() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_awaitingChallenge;
+}
+
+void Task::transferEnded(Result result, std::chrono::nanoseconds waitLimit)
+{
+    auto challenge = challengeIn(result);
+    auto delegate = m_session->m_delegate.lock();
+    if (!challenge || !delegate) {
+        finish(std::move(result));
+        return;
+    }
+    {
+        std::lock_guard lock(m_mutex);
+        m_awaitingChallenge = true;
+    }
+    auto self = shared_from_this();
+    // Whichever comes first ends the task: the delegate's answer, the time-out, or cancel().
+    Queue::globalBackground()->after(waitLimit, [self] { self->finish(Result::failure(urlError(URLErrorTimedOut))); });
+    m_session->m_delegateQueue->async([self, delegate = std::move(delegate), challenge = std::move(*challenge),
+                                          result = std::move(result)]() mutable {
+        auto answer = [self, result = std::move(result)](ChallengeDisposition disposition) {
+            self->finish(disposition == ChallengeDisposition::CancelAuthenticationChallenge
+                    ? Result::failure(urlError(URLErrorCancelled))
+                    : result);
+        };
+        runLoggingUncaught(format("the challenge report of HTTP task %@", self->taskIdentifier()),
+            [&] { delegate->didReceiveChallenge(*self->m_session, *self, challenge, std::move(answer)); });
+    });
 }
 
 void Task::finish(Result result)

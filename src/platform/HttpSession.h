@@ -17,7 +17,9 @@
 #include "platform/HttpErrors.h"
 #include "platform/Queue.h"
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <variant>
@@ -27,10 +29,27 @@ namespace platform::http {
 class Session;
 class Task;
 
+// A reply that asks for credentials: 401 with a "WWW-Authenticate" field, or 407 with a "Proxy-Authenticate" one.
+struct AuthenticationChallenge {
+    // The reply's head.
+    Response response;
+    bool proxy = false;
+};
+
+// The answer to a challenge. Default handling goes on without credentials (none are kept here): the task ends with
+// the reply as it came. Cancelling ends it with URLErrorCancelled.
+enum class ChallengeDisposition { PerformDefaultHandling, CancelAuthenticationChallenge };
+using ChallengeCompletionHandler = std::function<void(ChallengeDisposition disposition)>;
+
 // Told about a session's tasks, on the session's delegate queue.
 class SessionDelegate {
 public:
     virtual ~SessionDelegate() = default;
+    // A task's reply challenged for credentials, and the task waits for the answer given to `completionHandler`. A
+    // delegate that never calls it leaves the task waiting until its time-out, when it ends with URLErrorTimedOut.
+    // By default the answer is default handling, at once.
+    virtual void didReceiveChallenge(Session& session, Task& task, const AuthenticationChallenge& challenge,
+        ChallengeCompletionHandler completionHandler);
     // A task has ended, after its completion handler has run; `error` is its error, if any.
     virtual void taskDidComplete(Session& session, Task& task, const std::optional<Error>& error) = 0;
 };
@@ -65,6 +84,11 @@ private:
         CompletionHandler completionHandler);
     // Ends the task with `result` unless it has ended already, and posts the report to the delegate queue.
     void finish(Result result);
+    // The transfer has ended with `result`; a task that has not timed out by then would time out `waitLimit` later.
+    // A reply that challenges for credentials first goes to the delegate, and the task ends when it answers or when
+    // the wait limit has passed; any other result ends the task at once.
+    void transferEnded(Result result, std::chrono::nanoseconds waitLimit);
+    bool awaitingChallenge() const;
 
     const std::shared_ptr<Session> m_session;
     const Kind m_kind;
@@ -75,6 +99,8 @@ private:
     mutable std::mutex m_mutex;
     State m_state { State::Suspended };
     std::optional<Response> m_response;
+    // Set while the delegate has a challenge of this task to answer; cancel() then ends the task itself.
+    bool m_awaitingChallenge = false;
     std::string m_taskDescription;
     CompletionHandler m_completionHandler;
 };

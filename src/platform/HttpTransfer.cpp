@@ -3,6 +3,7 @@
 #include "platform/Log.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cerrno>
 #include <fcntl.h>
@@ -248,9 +249,10 @@ std::size_t Transfer::onReplyBytes(char* bytes, std::size_t size, std::size_t co
     if (!self->holdReplyBytes(length))
         return CURL_WRITEFUNC_ERROR;
     Bytes& body = self->m_replyBody;
-    // The buffer doubles as the body arrives, but never beyond the limit, so that what it takes follows what came.
+    // The buffer grows as the body arrives, in powers of two and never beyond the limit: growing copies what came,
+    // so the peak of a copy is twice the largest power of two below the limit, and never twice the limit itself.
     if (body.size() + length > body.capacity())
-        body.reserve(std::min(self->m_replyLimit, std::max(2 * body.capacity(), body.size() + length)));
+        body.reserve(std::min(self->m_replyLimit, std::bit_ceil(std::max(2 * body.capacity(), body.size() + length))));
     body.insert(body.end(), bytes, bytes + length);
     return length;
 }

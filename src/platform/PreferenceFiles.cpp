@@ -1,6 +1,7 @@
 #include "platform/PreferenceFiles.h"
 
 #include "platform/Exception.h"
+#include "platform/StateFolder.h"
 
 #include <algorithm>
 #include <atomic>
@@ -193,12 +194,29 @@ std::filesystem::path preferencesFolderFor(const char* preferencesDir, const cha
                                     "home folder is known");
 }
 
-std::filesystem::path preferencesFolder()
+// $HOME, or the password database's home folder when HOME is unset.
+static std::string homeFolder()
 {
     const char* home = std::getenv("HOME");
-    const std::string passwordHome = isSet(home) ? std::string() : homeFromPasswordDatabase();
+    return isSet(home) ? std::string(home) : homeFromPasswordDatabase();
+}
+
+std::filesystem::path preferencesFolder()
+{
     return preferencesFolderFor(std::getenv("KORBANHOLD_PREFERENCES_DIR"), std::getenv("XDG_CONFIG_HOME"),
-        isSet(home) ? home : passwordHome.c_str());
+        homeFolder().c_str());
+}
+
+std::filesystem::path databaseDomainFolder()
+{
+    const char* preferencesDir = std::getenv("KORBANHOLD_PREFERENCES_DIR");
+    return isSet(preferencesDir) ? std::filesystem::path(preferencesDir) : stateFolder();
+}
+
+void ensureFolder(const std::filesystem::path& folder)
+{
+    if (!openOrMakeFolder(folder))
+        raiseErrno(errno, "Cannot open the folder " + folder.string());
 }
 
 FileIdentity FileIdentity::of(const struct stat& status)

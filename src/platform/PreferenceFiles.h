@@ -22,6 +22,14 @@ std::filesystem::path preferencesFolderFor(const char* preferencesDir, const cha
 // password database's home folder when HOME is unset).
 std::filesystem::path preferencesFolder();
 
+// The folder of preference domains that hold state rather than settings (the service's watched-files table): the
+// preferences folder when $KORBANHOLD_PREFERENCES_DIR is set (everything of a test or a second instance stays
+// together), else the state folder (StateFolder.h).
+std::filesystem::path databaseDomainFolder();
+
+// Creates `folder` and its missing parents with mode 0700 when it does not exist. Raises std::system_error.
+void ensureFolder(const std::filesystem::path& folder);
+
 // One version of a file as one stat() sees it. A replacement by rename gives a new inode, and its rename sets a
 // new status-change time, so two versions share an identity only when they were both renamed into place within
 // one tick of the file-system clock (see FileIdentity::settledBefore).

@@ -342,6 +342,13 @@ std::shared_ptr<Queue> Queue::globalBackground()
     return runtime().globalQueue;
 }
 
+std::shared_ptr<Queue> Queue::current()
+{
+    // Every queue is a QueueImpl; the scope that set the pointer holds a reference to it.
+    auto* queue = const_cast<QueueImpl*>(static_cast<const QueueImpl*>(t_currentQueue));
+    return queue ? queue->shared_from_this() : nullptr;
+}
+
 std::shared_ptr<Queue> Queue::makeSerial(std::string label)
 {
     return std::make_shared<QueueImpl>(QueueKind::Serial, std::move(label), asio::make_strand(runtime().pool.context()));

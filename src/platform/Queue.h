@@ -56,6 +56,8 @@ public:
     static std::shared_ptr<Queue> main();
     static std::shared_ptr<Queue> globalBackground();
     static std::shared_ptr<Queue> makeSerial(std::string label);
+    // The queue whose task the calling thread is running; nothing on a thread that runs no queue's task.
+    static std::shared_ptr<Queue> current();
 };
 
 // Runs the main queue's tasks on the calling thread until stopMainQueue() is called (from any thread).

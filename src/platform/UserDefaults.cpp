@@ -3,10 +3,10 @@
 #include "platform/Log.h"
 #include "platform/PreferenceJson.h"
 
-#include <malloc.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <malloc.h>
 #include <system_error>
 #include <utility>
 
@@ -15,6 +15,7 @@ namespace platform {
 namespace {
 
 constexpr std::string_view domainFileSuffix = ".json";
+constexpr std::string_view databaseFileSuffix = ".sqlite";
 
 // A domain file this large leaves enough memory behind, once its values go, to be worth a trim of the heap.
 constexpr off_t largeDomainBytes = 8 * 1024 * 1024;
@@ -45,19 +46,29 @@ void checkDomainName(std::string_view name)
 }
 
 UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path folder)
+    : UserDefaults(std::move(applicationDomain), folder, folder)
+{
+}
+
+UserDefaults::UserDefaults(std::string applicationDomain, std::filesystem::path folder, std::filesystem::path stateFolder)
     : m_applicationDomain(std::move(applicationDomain))
     , m_folder(std::move(folder))
+    , m_stateFolder(std::move(stateFolder))
 {
     checkDomainName(m_applicationDomain);
     if (const std::size_t removed = removeTemporaryFilesOfGoneWriters(m_folder))
         log("Removed %@ temporary files left in %@ by writers that are gone", removed, m_folder.string());
 }
 
+UserDefaults::~UserDefaults() = default;
+
 UserDefaults& UserDefaults::standardUserDefaults()
 {
-    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder());
+    static UserDefaults standard(applicationDomainOfThisProgram(), preferencesFolder(), databaseDomainFolder());
     return standard;
 }
+
+bool UserDefaults::isDatabaseDomain(std::string_view name) { return name == "Ulmaridon.SyncFilesXpcService"; }
 
 void UserDefaults::setApplicationDomain(std::string name)
 {
@@ -93,7 +104,7 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
         domain.removeObjectForKey(forKey);
     else
         return;
-    storeDomain(m_applicationDomain, writePreferenceJson(domain, domainFileOptions()));
+    store(m_applicationDomain, domain, nullptr);
 }
 
 bool UserDefaults::synchronize()
@@ -118,9 +129,10 @@ void UserDefaults::setPersistentDomain(const Value& domain, std::string_view for
         Exception::raiseInvalidArgument("A preference domain must be a dictionary, not "
             + std::string(domain.className()));
     // Encoded before taking the lock: a large domain does not hold up other threads' reads while it is encoded.
-    const std::string text = writePreferenceJson(domain, domainFileOptions());
+    // A database domain encodes only the values it writes, in its transaction.
+    const std::string text = isDatabaseDomain(forName) ? std::string() : writePreferenceJson(domain, domainFileOptions());
     std::lock_guard lock(m_mutex);
-    storeDomain(std::string(forName), text);
+    store(std::string(forName), domain, &text);
 }
 
 void UserDefaults::removePersistentDomainForName(std::string_view name)
@@ -132,8 +144,11 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
         forgetCachedVersion(cached->second);
     m_cache.erase(key);
     try {
-        removeFileDurably(m_folder, fileNameOf(key));
-    } catch (const std::system_error& error) {
+        if (PreferenceDatabase* database = databaseOf(key))
+            database->remove();
+        else
+            removeFileDurably(m_folder, fileNameOf(key));
+    } catch (const std::exception& error) {
         log("Could not remove preference domain %@: %@", key, error.what());
         m_writesFailed = true;
     }
@@ -141,13 +156,22 @@ void UserDefaults::removePersistentDomainForName(std::string_view name)
 
 std::vector<std::string> UserDefaults::persistentDomainNames() const
 {
-    return fileStemsWithSuffix(m_folder, domainFileSuffix);
+    auto names = fileStemsWithSuffix(m_folder, domainFileSuffix);
+    for (auto& name : fileStemsWithSuffix(m_stateFolder, databaseFileSuffix))
+        if (isDatabaseDomain(name))
+            names.push_back(std::move(name));
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
 }
 
 std::uint64_t UserDefaults::parseCount() const
 {
     std::lock_guard lock(m_mutex);
-    return m_parseCount;
+    std::uint64_t count = m_parseCount;
+    for (const auto& [name, database] : m_databases)
+        count += database->loadCount();
+    return count;
 }
 
 void UserDefaults::releaseMemoryOfReplacedDomains()
@@ -170,10 +194,42 @@ void UserDefaults::forgetCachedVersion(CachedDomain& cached)
 
 // ---------------------------------------------------------------- Files and cache (m_mutex held)
 
-std::filesystem::path UserDefaults::pathOf(const std::string& name) const { return m_folder / fileNameOf(name); }
+std::filesystem::path UserDefaults::pathOf(const std::string& name) const
+{
+    if (isDatabaseDomain(name))
+        return m_stateFolder / (name + std::string(databaseFileSuffix));
+    return m_folder / fileNameOf(name);
+}
+
+PreferenceDatabase* UserDefaults::databaseOf(const std::string& name)
+{
+    if (!isDatabaseDomain(name))
+        return nullptr;
+    auto& database = m_databases[name];
+    if (!database)
+        database = std::make_unique<PreferenceDatabase>(pathOf(name), m_folder / fileNameOf(name));
+    return database.get();
+}
+
+void UserDefaults::store(const std::string& name, const Value& domain, const std::string* encoded)
+{
+    PreferenceDatabase* database = databaseOf(name);
+    if (!database) {
+        storeDomain(name, encoded ? *encoded : writePreferenceJson(domain, domainFileOptions()));
+        return;
+    }
+    try {
+        database->write(domain);
+    } catch (const PreferenceDatabaseError& error) {
+        log("Could not write preference domain %@: %@", name, error.what());
+        m_writesFailed = true;
+    }
+}
 
 std::optional<Value> UserDefaults::loadDomain(const std::string& name)
 {
+    if (PreferenceDatabase* database = databaseOf(name))
+        return database->read();
     CachedDomain& cached = m_cache[name];
     // Read before the stat, so that a version seen by the stat or the read below is judged against it.
     const timespec clock = coarseRealTime();

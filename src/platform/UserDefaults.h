@@ -4,7 +4,10 @@
 // domains shared with the product's other processes.
 //
 // Storage: one file per domain, "<domain>.json", in the preferences folder (see preferencesFolder() in
-// PreferenceFiles.h), holding the domain's dictionary in the JSON form of PreferenceJson.h. The standard defaults
+// PreferenceFiles.h), holding the domain's dictionary in the JSON form of PreferenceJson.h. The domains that hold
+// state rather than settings (isDatabaseDomain: the service's own, with the watched-files table) are instead a
+// SQLite database each, "<domain>.sqlite" in the state folder, written row by row (PreferenceDatabase.h); everything
+// said below about reads, writes and readers in other processes holds for them too. The standard defaults
 // are the domain named after the program's application domain, so another process reads them as that persistent
 // domain (the service's are "Ulmaridon.SyncFilesXpcService").
 //
@@ -26,12 +29,14 @@
 //
 // Thread-safe: one object may be used from several threads at once.
 
+#include "platform/PreferenceDatabase.h"
 #include "platform/PreferenceFiles.h"
 #include "platform/Value.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -42,8 +47,11 @@ namespace platform {
 
 class UserDefaults {
 public:
-    // `applicationDomain` names the domain of the standard defaults; `folder` is the preferences folder.
+    // `applicationDomain` names the domain of the standard defaults; `folder` is the preferences folder, and
+    // `stateFolder` the folder of the database domains (the preferences folder when not given).
     UserDefaults(std::string applicationDomain, std::filesystem::path folder);
+    UserDefaults(std::string applicationDomain, std::filesystem::path folder, std::filesystem::path stateFolder);
+    ~UserDefaults();
     UserDefaults(const UserDefaults&) = delete;
     UserDefaults& operator=(const UserDefaults&) = delete;
 
@@ -75,6 +83,9 @@ public:
     std::vector<std::string> persistentDomainNames() const;
     // The file that holds the domain `name`, whether or not it exists.
     std::filesystem::path pathOf(const std::string& name) const;
+    // True for the domains kept in a database: "Ulmaridon.SyncFilesXpcService", the service's own, whose
+    // watched-files table changes by a few records with every accepted report.
+    static bool isDatabaseDomain(std::string_view name);
 
     // How many times this object has parsed a domain file (for tests and measurements).
     std::uint64_t parseCount() const;
@@ -96,6 +107,10 @@ private:
     };
 
     std::optional<Value> loadDomain(const std::string& name);
+    // The database of `name`, or null when the domain is a JSON file.
+    PreferenceDatabase* databaseOf(const std::string& name);
+    // Stores a domain, through its database or as its file; a failure is logged and remembered for synchronize().
+    void store(const std::string& name, const Value& domain, const std::string* encoded);
     // Notes that the cached version of a domain goes; a large one makes releaseMemoryOfReplacedDomains() trim.
     void forgetCachedVersion(CachedDomain& cached);
     std::optional<Value> parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock);
@@ -107,8 +122,10 @@ private:
 
     const std::string m_applicationDomain;
     const std::filesystem::path m_folder;
+    const std::filesystem::path m_stateFolder;
     mutable std::mutex m_mutex;
     std::map<std::string, CachedDomain, std::less<>> m_cache;
+    std::map<std::string, std::unique_ptr<PreferenceDatabase>, std::less<>> m_databases;
     std::uint64_t m_parseCount = 0;
     bool m_writesFailed = false;
     bool m_largeDomainReplaced = false;

@@ -3,11 +3,13 @@
 #include "platform/Exception.h"
 #include "platform/Log.h"
 #include "platform/NotificationCenter.h"
+#include "platform/Queue.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
 #include <mutex>
+#include <utility>
 #include <vector>
 
 namespace rest {
@@ -40,6 +42,16 @@ sockaddr_in ipv4Address(in_addr_t address)
 constexpr in_addr_t linkLocalNetwork = 0xA9FE0000; // 169.254.0.0
 
 }
+
+// A started notifier. The posts on their way to its queue are made only while it is started, under its lock, and
+// stopping takes that lock, so no post runs once stopNotifier has returned and the object the posts name is alive
+// while one runs. The lock is recursive because an observer that runs inside the post may stop the notifier.
+struct Reachability::Notifier {
+    std::recursive_mutex mutex;
+    bool started = true;
+    Reachability* object;
+    std::shared_ptr<platform::Queue> queue;
+};
 
 Reachability::~Reachability()
 {
@@ -84,16 +96,47 @@ bool Reachability::startNotifier()
 {
     if (!reachabilityRef)
         return false;
-    platform::NetworkReachability& target = *reachabilityRef;
-    const bool registered
-        = target.setCallback([this, &target](ReachabilityFlags flags) { ReachabilityCallback(target, flags, this); });
-    return registered && target.schedule();
+    auto queue = platform::Queue::current();
+    auto notifier = std::make_shared<Notifier>();
+    notifier->object = this;
+    // A thread that runs no queue has nothing to post on; its notifier gets a serial queue of its own.
+    notifier->queue = queue ? std::move(queue) : platform::Queue::makeSerial("reachability.notifier");
+    std::shared_ptr<Notifier> previous;
+    {
+        std::lock_guard lock(m_notifierMutex);
+        previous = std::exchange(m_notifier, notifier);
+    }
+    if (previous)
+        stopPosting(*previous);
+    // The watching thread only hands the change on to the notifier's queue.
+    const bool registered = reachabilityRef->setCallback([notifier](ReachabilityFlags flags) {
+        notifier->queue->async([notifier, flags] {
+            std::lock_guard lock(notifier->mutex);
+            if (notifier->started)
+                ReachabilityCallback(*notifier->object->reachabilityRef, flags, notifier->object);
+        });
+    });
+    return registered && reachabilityRef->schedule();
 }
 
 void Reachability::stopNotifier()
 {
+    std::shared_ptr<Notifier> notifier;
+    {
+        std::lock_guard lock(m_notifierMutex);
+        notifier = std::move(m_notifier);
+    }
+    if (notifier)
+        stopPosting(*notifier);
+    // The watching thread never runs an observer, so waiting for it here cannot wait for the calling thread.
     if (reachabilityRef)
         reachabilityRef->unschedule();
+}
+
+void Reachability::stopPosting(Notifier& notifier)
+{
+    std::lock_guard lock(notifier.mutex);
+    notifier.started = false;
 }
 
 bool Reachability::connectionRequired() const

@@ -9,6 +9,7 @@
 #include "platform/NetworkReachability.h"
 
 #include <memory>
+#include <mutex>
 #include <string>
 
 struct sockaddr;
@@ -41,8 +42,10 @@ public:
     // The link-local network 169.254.0.0, read with localWiFiStatusForFlags.
     static std::unique_ptr<Reachability> reachabilityForLocalWiFi();
 
-    // Posts the notification, with this object as its object, whenever the flags change; the posts come from the
-    // handle's watching thread. The object must outlive its notifier (destruction stops it).
+    // Posts the notification, with this object as its object, whenever the flags change. The posts are made on the
+    // queue of the thread that started the notifier (a serial queue of its own when that thread runs no queue),
+    // never on the handle's watching thread. Once stopNotifier (or destruction, which stops it) has returned nothing
+    // more is posted; an observer may stop the notifier or destroy the object from inside the notification.
     bool startNotifier();
     void stopNotifier();
 
@@ -59,6 +62,15 @@ public:
     std::unique_ptr<platform::NetworkReachability> reachabilityRef;
 
 private:
+    struct Notifier;
+    // Once this returns, `notifier` posts nothing more.
+    static void stopPosting(Notifier& notifier);
+
+    // What the started notifier shares with the posts on their way to its queue. The lock guards the pointer only;
+    // it is never held while waiting for a notifier's own lock.
+    std::mutex m_notifierMutex;
+    std::shared_ptr<Notifier> m_notifier;
+
     // A new object that owns `handle`, or nothing when there is no handle.
     static std::unique_ptr<Reachability> holding(std::unique_ptr<platform::NetworkReachability> handle);
     // A debugging hook of the two readings; it prints nothing.

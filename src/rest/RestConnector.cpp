@@ -103,6 +103,10 @@ std::string RestConnector::description() const
     return describeObject("RestConnector", this);
 }
 
+void RestConnector::didReceiveChallenge(Session&, Task&, const AuthenticationChallenge&, ChallengeCompletionHandler)
+{
+}
+
 void RestConnector::taskDidComplete(Session&, Task& task, const std::optional<platform::Error>& error)
 {
     platform::log(".........%@", describe(task.response()));

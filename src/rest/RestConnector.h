@@ -79,10 +79,14 @@ public:
     std::string description() const override;
 
     // The session's report that a task has ended, after its completion: logs the task's response and the error.
-    // (platform::http reports no progress and, over plain HTTP, no authentication challenges: the connector's
-    // callbacks for those did nothing.)
+    // (platform::http reports no progress, for which the connector's callbacks did nothing.)
     void taskDidComplete(platform::http::Session& session, platform::http::Task& task,
         const std::optional<platform::Error>& error) override;
+    // An authentication challenge (a 401 or 407 reply that asks for credentials) is never answered: the task waits
+    // until its time-out and ends with URLErrorTimedOut (status 2), and an upload keeps its staging file.
+    void didReceiveChallenge(platform::http::Session& session, platform::http::Task& task,
+        const platform::http::AuthenticationChallenge& challenge,
+        platform::http::ChallengeCompletionHandler completionHandler) override;
 
 private:
     void makeSession(platform::http::Configuration configuration);

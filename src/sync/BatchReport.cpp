@@ -5,10 +5,14 @@
 
 #include "platform/Exception.h"
 #include "platform/Log.h"
+#include "messages/Operations.h"
 #include "rest/ReplyStatus.h"
 #include "rest/RestInterface.h"
+#include "rest/RestURL.h"
 #include "sync/RefusedChanges.h"
+#include "sync/ServiceStatus.h"
 #include "sync/RecordKeys.h"
+#include "sync/SettingsCheck.h"
 #include "sync/WireText.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
@@ -22,6 +26,18 @@ using messages::SyncFilesInTableAndCloudQuery;
 using messages::SyncFilesInTableAndCloudResponseData;
 
 namespace {
+
+    using BatchOutcome = rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>;
+
+    // Why a report failed, for the status file.
+    std::string failureText(const BatchOutcome& object, rest::TransportStatus status)
+    {
+        if (const auto* error = std::get_if<platform::Error>(&object))
+            return error->description();
+        if (status == rest::TransportNotReachable)
+            return "the network is not reachable";
+        return "transport status " + std::to_string(status);
+    }
 
     // One query per change record, in order. The paths go in the server's form; an "oldPathKey" that is the empty
     // string (a record that is not a rename has no old path) or the null object goes as it is. Every other value is
@@ -133,39 +149,46 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
             auto self = shared_from_this();
             m_reportsInFlight.started();
             rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
-                [self, changedListArray](const rest::Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>& object,
-                    rest::TransportStatus status) {
+                [self, changedListArray, records = changedListArray.count()](
+                    const BatchOutcome& object, rest::TransportStatus status) {
                     // Whatever happens below, the report is over when this returns.
                     ReportsInFlight::Finishing finishing(self->m_reportsInFlight, [self] { self->raiseStatus(); });
+                    auto url = rest::absoluteURL(messages::operations::asyncSyncFilesInTableAndCloud.path).value_or("");
                     // Any other status stores nothing: the next pass finds the same differences again.
                     if (status != rest::TransportSucceeded) {
+                        status::reportFailed(failureText(object, status), url);
                         self->retryReport(platform::format("transport status %@", status));
                         return;
                     }
                     const auto& results = std::get<std::vector<SyncFilesInTableAndCloudResponseData>>(object);
-                    if (self->m_policy.checksReportReplies())
-                        self->handleReportReply(changedListArray, results);
-                    else
+                    if (!self->m_policy.checksReportReplies()) {
                         self->storeAcceptedTable(results);
+                        status::reportStored(records);
+                    } else if (self->handleReportReply(changedListArray, results)) {
+                        status::reportStored(records);
+                    } else {
+                        status::reportFailed("the server did not accept the report", url);
+                    }
                 });
         },
         [this](const platform::Exception&) { logErrorMethod(); });
 }
 
-// Runs inside the report's completion, where the reply's HTTP status can be asked for.
-void SyncFilesXpcService::handleReportReply(
+// Runs inside the report's completion, where the reply's HTTP status can be asked for. True when something was
+// stored.
+bool SyncFilesXpcService::handleReportReply(
     const Value& changes, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
 {
     std::optional<long> httpStatus = rest::httpStatusOfReplyInCompletion();
     if (httpStatus && *httpStatus >= 400) {
         retryReport(platform::format("the server answered with HTTP status %@", *httpStatus));
-        return;
+        return false;
     }
     // One result per change, in order: anything else (an object, an empty list) is no answer to the changes.
     if (results.size() != changes.count()) {
         retryReport(platform::format("the server's reply holds %@ results for %@ changes", results.size(),
             changes.count()));
-        return;
+        return false;
     }
     Value refused = Value::array();
     Value acceptedChanges = Value::array();
@@ -180,7 +203,7 @@ void SyncFilesXpcService::handleReportReply(
     }
     if (refused.count() == changes.count()) {
         retryReport(platform::format("the server refused all %@ changes", changes.count()));
-        return;
+        return false;
     }
     storeAcceptedTable(accepted, refused, &acceptedChanges);
     if (refused.count() != 0)
@@ -188,6 +211,7 @@ void SyncFilesXpcService::handleReportReply(
             refused.count(), changes.count()));
     else
         m_reportRetry.succeeded();
+    return true;
 }
 
 void SyncFilesXpcService::retryReport(const std::string& reason)

@@ -4,6 +4,7 @@
 #include "platform/FileManager.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
+#include "sync/ServiceStatus.h"
 
 #include <array>
 #include <charconv>
@@ -66,9 +67,10 @@ FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::
 {
     FolderScan scan;
     scan.m_base = base;
-    std::erase_if(items, [](const platform::DirectoryItem& item) {
+    std::erase_if(items, [&base](const platform::DirectoryItem& item) {
         if (hasIllegalCharacters(item.path)) {
             platform::log("This string contains illegal characters");
+            status::nameSkipped(base + "/" + item.path);
             return true;
         }
         if (lastComponent(item.path) == ".DS_Store")

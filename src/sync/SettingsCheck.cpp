@@ -57,6 +57,12 @@ namespace {
 
 bool fitsFolderPath(std::string_view path) { return path.size() <= longestFolderPath; }
 
+SettingsCheck& SettingsCheck::processWide()
+{
+    static SettingsCheck check;
+    return check;
+}
+
 void SettingsCheck::check(std::string_view domain, const std::optional<Value>& settings)
 {
     const auto checkKey = [&](std::string_view key, auto&& problemOf) {
@@ -77,6 +83,7 @@ void SettingsCheck::check(std::string_view domain, const std::optional<Value>& s
 void SettingsCheck::report(std::string_view domain, std::string_view key, const std::optional<std::string>& problem)
 {
     const std::string setting = std::string(domain) + " " + std::string(key);
+    std::lock_guard lock(m_mutex);
     if (!problem) {
         m_reported.erase(setting);
         return;

@@ -8,6 +8,7 @@
 
 #include "platform/Value.h"
 
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -22,6 +23,10 @@ bool fitsFolderPath(std::string_view path);
 
 class SettingsCheck {
 public:
+    // The check of this process: every engine object and polling loop shares it, so a setting is logged once per
+    // process, not once per loop.
+    static SettingsCheck& processWide();
+
     // Checks the settings of `domain` (one of domains::...) as the pass has just read it; absent is no domain.
     void check(std::string_view domain, const std::optional<platform::Value>& settings);
 
@@ -29,6 +34,7 @@ private:
     // Logs `problem` for domain/key unless it was logged already; no problem forgets an earlier one.
     void report(std::string_view domain, std::string_view key, const std::optional<std::string>& problem);
 
+    std::mutex m_mutex;
     std::set<std::string, std::less<>> m_reported;
 };
 

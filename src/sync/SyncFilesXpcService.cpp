@@ -2,6 +2,7 @@
 
 #include "platform/Log.h"
 #include "sync/RecordKeys.h"
+#include "sync/SettingsCheck.h"
 
 namespace engine {
 

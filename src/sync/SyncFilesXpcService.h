@@ -30,7 +30,6 @@
 #include "sync/ReportRetry.h"
 #include "sync/ReportsInFlight.h"
 #include "sync/RootGuard.h"
-#include "sync/SettingsCheck.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/SyncPolicy.h"
 #include "sync/WatchedTable.h"
@@ -135,7 +134,7 @@ private:
     // "FileWatcherStatusKey" = "1", as SyncFile writes it.
     void raiseStatus();
     // The guarded check of a batch report's reply: stores what the server accepted, and retries what it did not.
-    void handleReportReply(const platform::Value& changes,
+    bool handleReportReply(const platform::Value& changes,
         const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results);
     // A report stored nothing (or not everything) for `reason`: the status is raised again after the backoff.
     void retryReport(const std::string& reason);
@@ -216,8 +215,6 @@ private:
     platform::Value m_jsonArray = platform::Value::array();
     platform::Value m_changedListArray = platform::Value::array();
     ModifiedDateTexts m_modifiedDates;
-    // Settings that cannot be used are logged once; used by the pass only.
-    SettingsCheck m_settingsCheck;
 };
 
 }

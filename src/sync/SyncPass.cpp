@@ -8,6 +8,8 @@
 #include "sync/ItemMatching.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
+#include "sync/SettingsCheck.h"
+#include "sync/ServiceStatus.h"
 
 #include <chrono>
 
@@ -147,9 +149,10 @@ bool SyncFilesXpcService::readDomainsAndStatus()
     auto fileWatcher = m_standardDefaults.persistentDomainForName(domains::fileWatcher);
     auto korbanhold = m_standardDefaults.persistentDomainForName(domains::korbanhold);
     auto sharedFiles = m_standardDefaults.persistentDomainForName(domains::sharedFiles);
-    m_settingsCheck.check(domains::fileWatcher, fileWatcher);
-    m_settingsCheck.check(domains::korbanhold, korbanhold);
-    m_settingsCheck.check(domains::sharedFiles, sharedFiles);
+    SettingsCheck& check = SettingsCheck::processWide();
+    check.check(domains::fileWatcher, fileWatcher);
+    check.check(domains::korbanhold, korbanhold);
+    check.check(domains::sharedFiles, sharedFiles);
     const Value* status = fileWatcher ? fileWatcher->find(settings::fileWatcherStatus) : nullptr;
     bool busy = status && status->isString() && status->string() == "1";
     {
@@ -315,6 +318,7 @@ void SyncFilesXpcService::finishPass()
     platform::log("Final List changed list %@", changes);
     if (platform::UserDefaults* prefs = readLocked(m_prefs))
         writeStatus(*prefs, "0");
+    status::passEnded(changes.count());
     if (changes.count() != 0) {
         auto self = shared_from_this();
         platform::Queue::globalBackground()->async([self, changes] { self->SyncFilesWithTableAndCloudProcess(changes); });

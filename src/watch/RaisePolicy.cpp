@@ -38,7 +38,8 @@ RaisePolicy::Action RaisePolicy::next(Time now, bool statusRaised) const
 {
     if (!statusRaised) {
         const auto safetyInterval = m_polling ? m_timing.poll : m_timing.rescan;
-        const bool wanted = m_pendingSince || m_confirmationDue || now >= m_lastRaise + safetyInterval;
+        const bool changesDue = m_pendingSince && now >= *m_pendingSince + m_timing.coalesce;
+        const bool wanted = changesDue || m_confirmationDue || now >= m_lastRaise + safetyInterval;
         return wanted ? Action::raise : Action::none;
     }
     // The status is "1": a pass is due. Has one been wanted for longer than a pass takes to come?

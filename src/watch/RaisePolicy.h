@@ -6,7 +6,9 @@
 //
 // The status is "1" when a pass is wanted; the pass that takes it up writes "0" at its end, and so does the
 // completion of that pass's report. The rules:
-// - A change while the status is not "1" raises it at once. A change while it is "1" writes nothing: the domain is
+// - A change while the status is not "1" raises it at once, or nearly: the raise waits `coalesce` after the first
+//   change, so that the events of one operation (a file made, written and closed; sed -i's new file renamed over the
+//   old one) are all read before it and do not count as changes after it. A change while it is "1" writes nothing: the domain is
 //   never rewritten while it holds "1". So a burst of changes gives one raise per pass, however long it lasts.
 // - Our "1" overwritten by another writer (a pass's "0", a report's "0", someone's own "1"): if changes came after
 //   our raise, raise again, because the pass may have walked past them. If none came, raise once more anyway (a
@@ -29,6 +31,7 @@ struct RaiseTiming {
     std::chrono::milliseconds unreachableRetry { 30000 };
     std::chrono::milliseconds rescan { std::chrono::minutes(10) };
     std::chrono::milliseconds poll { 5000 };
+    std::chrono::milliseconds coalesce { 20 };
 };
 
 class RaisePolicy {
@@ -58,6 +61,8 @@ public:
     bool awaitingPass() const { return m_raisedAt.has_value(); }
     // Something is waiting to be raised or taken up: the watcher then looks at the status more often.
     bool busy() const { return m_pendingSince || m_raisedAt || m_confirmationDue; }
+    // Changes wait for their raise: the watcher looks again after `coalesce`.
+    bool raiseWaiting() const { return m_pendingSince.has_value(); }
 
 private:
     RaiseTiming m_timing;

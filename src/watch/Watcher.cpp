@@ -45,7 +45,8 @@ void Watcher::run(int stopDescriptor)
     auto nextSettingsCheck = now + 1s;
     for (;;) {
         pollfd descriptors[] = { { stopDescriptor, POLLIN, 0 }, { m_tree.descriptor(), POLLIN, 0 } };
-        ::poll(descriptors, 2, m_policy.busy() ? 200 : 1000);
+        const auto wait = m_policy.raiseWaiting() ? m_options.timing.coalesce : m_policy.busy() ? 200ms : 1000ms;
+        ::poll(descriptors, 2, static_cast<int>(wait.count()));
         now = RaisePolicy::Clock::now();
         if (descriptors[0].revents != 0)
             break;

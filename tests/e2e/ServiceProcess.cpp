@@ -68,13 +68,13 @@ testsupport::ProcessOptions ServiceFolders::options(const std::optional<std::str
     options.environment = {
         { "KORBANHOLD_RUNTIME_DIR", m_runtime.string() },
         { "KORBANHOLD_PREFERENCES_DIR", m_preferences.string() },
+        { "KORBANHOLD_STATE_DIR", (m_root / "state").string() },
         { "KORBANHOLD_APPKIT_VERSION", appKitVersion },
         { "KORBANHOLD_SERVER", m_server },
         { "LISTEN_FDS", std::nullopt },
         { "LISTEN_PID", std::nullopt },
     };
-    for (const auto& [name, value] : m_environment)
-        options.environment.emplace_back(name, value);
+    options.environment.insert(options.environment.end(), m_extraEnvironment.begin(), m_extraEnvironment.end());
     options.timeout = std::chrono::seconds(20);
     return options;
 }

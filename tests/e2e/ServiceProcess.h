@@ -27,8 +27,8 @@ public:
     // Runs the service in strict mode (KORBANHOLD_STRICT=1) or in the default mode whatever the test's own
     // environment says; without a call the service takes the mode from the test's environment.
     void setStrictMode(bool strict) { setEnvironment("KORBANHOLD_STRICT", strict ? "1" : "0"); }
-    // Sets a variable in the environment of every program the test starts from now on.
-    void setEnvironment(std::string name, std::string value) { m_environment.emplace_back(std::move(name), std::move(value)); }
+    // Sets one more variable in the environment of every program a test starts.
+    void setEnvironment(std::string name, std::string value) { m_extraEnvironment.emplace_back(std::move(name), std::move(value)); }
     // The environment of every program a test starts; `appKitVersion` absent leaves the OS version unset.
     testsupport::ProcessOptions options(const std::optional<std::string>& appKitVersion = std::nullopt) const;
 
@@ -48,7 +48,7 @@ private:
     std::filesystem::path m_runtime;
     std::filesystem::path m_preferences;
     std::optional<std::string> m_server;
-    std::vector<std::pair<std::string, std::string>> m_environment;
+    std::vector<std::pair<std::string, std::optional<std::string>>> m_extraEnvironment;
 };
 
 class ServiceProcess {
@@ -60,6 +60,9 @@ public:
         const std::vector<std::string>& launcher = {});
 
     bool listening() const { return m_listening; }
+    // The service's process (the launcher, if any, has replaced itself with the service).
+    pid_t pid() const { return m_process.pid(); }
+    bool hasEnded() const { return m_process.hasEnded(); }
     // Sends SIGTERM and waits for the service to end.
     testsupport::ProcessResult stop();
 

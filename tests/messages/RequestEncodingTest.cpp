@@ -322,13 +322,3 @@ TEST(RequestEncoding, AbsentOrEmptyBatchGivesSyncDataWithAnEmptyArray)
     }
 }
 
-TEST(RequestEncoding, EncodingLeavesTheRecordUnchanged)
-{
-    InsertFileQuery query;
-    query.fullPath = "/a/b";
-    const InsertFileQuery before = query;
-    const Value body = QueryParser::parseInsertFileQuery(query);
-    EXPECT_EQ(query.fullPath, before.fullPath);
-    EXPECT_EQ(query.computerID, before.computerID);
-    EXPECT_EQ(body.keys(), std::vector<std::string> { "FullPath" });
-}

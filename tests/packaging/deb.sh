@@ -14,10 +14,12 @@ deb=$(KORBANHOLD_NO_BOOTSTRAP=1 "$source_dir/scripts/package" "$build" | tail -1
 echo "package: $deb"
 
 contents=$(dpkg-deb -c "$deb" | awk '{ print $6 }')
-for path in ./usr/bin/korbanhold ./usr/bin/korbanhold-sync-service ./usr/bin/korbanhold-devserver \
-  ./usr/lib/systemd/user/korbanhold-sync.service ./usr/lib/systemd/user/korbanhold-sync.socket \
+for path in ./usr/bin/korbanhold ./usr/bin/korbanhold-sync-service ./usr/bin/korbanhold-watch \
+  ./usr/bin/korbanhold-devserver ./usr/lib/systemd/user/korbanhold-sync.service \
+  ./usr/lib/systemd/user/korbanhold-sync.socket ./usr/lib/systemd/user/korbanhold-watch.service \
   ./usr/share/man/man1/korbanhold.1.gz ./usr/share/man/man1/korbanhold-sync-service.1.gz \
-  ./usr/share/man/man1/korbanhold-devserver.1.gz ./usr/share/bash-completion/completions/korbanhold \
+  ./usr/share/man/man1/korbanhold-watch.1.gz ./usr/share/man/man1/korbanhold-devserver.1.gz \
+  ./usr/share/bash-completion/completions/korbanhold \
   ./usr/share/doc/korbanhold/copyright ./usr/share/doc/korbanhold/changelog.Debian.gz; do
   grep -qx -- "$path" <<<"$contents" || fail "the package lacks $path"
 done

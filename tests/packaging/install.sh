@@ -12,7 +12,7 @@ trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 manifest="$build/install_manifest.txt"
 
-for program in korbanhold korbanhold-sync-service korbanhold-devserver; do
+for program in korbanhold korbanhold-sync-service korbanhold-watch korbanhold-devserver; do
   expect_file "$prefix/bin/$program"
   "$prefix/bin/$program" --version | grep -q "^$program " || fail "$program --version from the install"
   zcat "$prefix/share/man/man1/$program.1.gz" | grep -q '^\.SH NAME' || fail "manual page of $program"
@@ -22,8 +22,10 @@ man -l "$prefix/share/man/man1/korbanhold.1.gz" 2>/dev/null | grep -q 'korbanhol
 
 units="$prefix/lib/systemd/user"
 expect_file "$units/korbanhold-sync.socket"
-grep -qx "ExecStart=$prefix/bin/korbanhold-sync-service" "$units/korbanhold-sync.service" \
-  || fail "the unit does not name the installed program: $(grep ExecStart "$units/korbanhold-sync.service")"
+for unit in korbanhold-sync korbanhold-watch; do
+  program=$(sed -n 's/^ExecStart=//p' "$units/$unit.service")
+  [ "$program" = "$prefix/bin/${unit/-sync/-sync-service}" ] || fail "$unit.service starts $program"
+done
 
 # The completion offers the commands, then the subcommands of defaults.
 completion="$prefix/share/bash-completion/completions/korbanhold"

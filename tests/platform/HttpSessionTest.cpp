@@ -758,3 +758,116 @@ TEST_F(HttpSession, AnInjectedErrorEndsTheTaskWithoutAnyTraffic)
     EXPECT_EQ(passed.error->code, -1005) << "the other request reached the server";
     EXPECT_EQ(server.accepted(), 1);
 }
+
+// --- Authentication challenges.
+
+namespace {
+
+// Answers every POST with 401 and a "WWW-Authenticate" field.
+class ChallengingServer {
+public:
+    ChallengingServer()
+    {
+        m_server.server.Post("/.*", [](const httplib::Request&, httplib::Response& response) {
+            response.status = 401;
+            response.set_header("WWW-Authenticate", "Basic realm=\"test\"");
+            response.set_content("{}", "application/json");
+        });
+        m_server.start();
+    }
+    std::string url() const { return m_server.url("/challenge"); }
+
+private:
+    LoopbackHttpServer m_server;
+};
+
+// Answers every challenge as `answer` says: with a disposition, or never (the handler is dropped), or later (the
+// handler is kept for the test).
+class ChallengedDelegate : public RecordingDelegate {
+public:
+    enum class Answer { DefaultHandling, Cancel, Never, Keep };
+    explicit ChallengedDelegate(Answer answer) : m_answer(answer) { }
+
+    void didReceiveChallenge(Session&, Task&, const AuthenticationChallenge& challenge,
+        ChallengeCompletionHandler completionHandler) override
+    {
+        challenges += 1;
+        lastChallengeStatus = challenge.response.statusCode;
+        if (m_answer == Answer::DefaultHandling)
+            completionHandler(ChallengeDisposition::PerformDefaultHandling);
+        else if (m_answer == Answer::Cancel)
+            completionHandler(ChallengeDisposition::CancelAuthenticationChallenge);
+        else if (m_answer == Answer::Keep)
+            kept = std::move(completionHandler);
+    }
+
+    std::atomic<int> challenges { 0 };
+    std::atomic<long> lastChallengeStatus { 0 };
+    ChallengeCompletionHandler kept;
+
+private:
+    Answer m_answer;
+};
+
+class HttpSessionChallenge : public HttpSession {
+protected:
+    Result runChallenged(ChallengedDelegate::Answer answer, Configuration configuration = Configuration::defaultConfiguration())
+    {
+        delegate = std::make_shared<ChallengedDelegate>(answer);
+        auto session = Session::make(std::move(configuration), delegate, queue);
+        return run([&](CompletionHandler handler) { return session->dataTask(post(server.url()), std::move(handler)); });
+    }
+
+    ChallengingServer server;
+    std::shared_ptr<ChallengedDelegate> delegate;
+};
+
+}
+
+TEST_F(HttpSessionChallenge, DefaultHandlingHandsTheReplyOnAsItCame)
+{
+    Result result = runChallenged(ChallengedDelegate::Answer::DefaultHandling);
+    EXPECT_FALSE(result.error.has_value());
+    ASSERT_TRUE(result.response.has_value());
+    EXPECT_EQ(result.response->statusCode, 401);
+    EXPECT_EQ(delegate->challenges, 1);
+    EXPECT_EQ(delegate->lastChallengeStatus, 401);
+}
+
+TEST_F(HttpSessionChallenge, CancellingTheChallengeEndsTheTaskCancelled)
+{
+    Result result = runChallenged(ChallengedDelegate::Answer::Cancel);
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_EQ(result.error->code, URLErrorCancelled);
+}
+
+TEST_F(HttpSessionChallenge, AChallengeNeverAnsweredLeavesTheTaskWaitingUntilItsTimeOut)
+{
+    Configuration configuration = Configuration::defaultConfiguration();
+    configuration.timeoutIntervalForRequest = Seconds { 0.3 };
+    const auto start = std::chrono::steady_clock::now();
+    Result result = runChallenged(ChallengedDelegate::Answer::Never, configuration);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 250ms);
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_EQ(result.error->code, URLErrorTimedOut);
+    EXPECT_EQ(delegate->challenges, 1);
+}
+
+TEST_F(HttpSessionChallenge, ATaskWaitingForItsChallengeEndsCancelledWhenCancelled)
+{
+    auto delegateKeeping = std::make_shared<ChallengedDelegate>(ChallengedDelegate::Answer::Keep);
+    auto session = Session::make(Configuration::defaultConfiguration(), delegateKeeping, queue);
+    auto promise = std::make_shared<std::promise<Result>>();
+    auto future = promise->get_future();
+    auto task = session->dataTask(post(server.url()), [promise](const Result& result) { promise->set_value(result); });
+    task->resume();
+    ASSERT_TRUE(testsupport::eventually([&] { return delegateKeeping->challenges == 1; }, 30s));
+    task->cancel();
+    ASSERT_EQ(future.wait_for(30s), std::future_status::ready);
+    Result result = future.get();
+    ASSERT_TRUE(result.error.has_value());
+    EXPECT_EQ(result.error->code, URLErrorCancelled);
+    // An answer that comes after the end changes nothing.
+    queue->sync([&] { delegateKeeping->kept(ChallengeDisposition::PerformDefaultHandling); });
+    EXPECT_EQ(task->state(), Task::State::Completed);
+}

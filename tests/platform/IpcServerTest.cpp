@@ -15,8 +15,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
 
 using namespace platform::ipc;
+using platform::Queue;
 using platform::OwnedFd;
 using ipctest::EventRecorder;
 using testing::HasSubstr;
@@ -88,19 +92,34 @@ TEST(IpcServer, APeerOfTheSameUserIsHandedOverSuspendedOnTheServersQueue)
 {
     ipctest::ScopedRuntimeFolder folder;
     auto recorder = EventRecorder::make();
-    std::atomic<bool> onServerQueue = false;
+    std::mutex handedMutex;
+    std::shared_ptr<Connection> handed;
+    std::string handlerQueue;
     auto server = Server::start(listenForService("Test.Service"), [&](const std::shared_ptr<Connection>& peer) {
-        onServerQueue = !peer->targetQueue()->isCurrent();
+        auto current = Queue::current();
+        std::lock_guard lock(handedMutex);
+        handlerQueue = current ? current->label() : "(none)";
         peer->setEventHandler(recorder->handler());
-        peer->resume();
+        handed = peer;
     });
     auto client = Connection::createToService("Test.Service");
     client->setEventHandler([](const Object&) { });
     client->resume();
     client->sendMessage(numbered(3));
+    ASSERT_TRUE(eventually([&] {
+        std::lock_guard lock(handedMutex);
+        return handed != nullptr;
+    }));
+    {
+        std::lock_guard lock(handedMutex);
+        EXPECT_EQ(handlerQueue, "ipc.server");
+    }
+    // Suspended: the message waits until the peer is resumed. (A peer handed over running could deliver it at any
+    // moment, so this can only miss such a fault, never report one that is not there.)
+    EXPECT_FALSE(eventually([&] { return recorder->events().size() > 0; }, std::chrono::milliseconds(200)));
+    handed->resume();
     ASSERT_TRUE(recorder->waitFor(1));
     EXPECT_EQ(recorder->events()[0], numbered(3));
-    EXPECT_TRUE(onServerQueue);
     client->cancel();
     server->stop();
 }

@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <net/if.h>
+
 #include <iostream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -18,7 +22,15 @@ TEST(NetworkNamespaceOutput, ATestThatWritesALineAndRunsInItsOwnNamespace)
 {
     std::cout << line;
     RUN_IN_FRESH_NETWORK_NAMESPACE();
-    SUCCEED();
+    // A fresh namespace has the loopback interface alone, and it is down.
+    std::vector<std::string> interfaces;
+    if (struct if_nameindex* names = ::if_nameindex()) {
+        for (struct if_nameindex* name = names; name->if_index != 0; ++name)
+            interfaces.emplace_back(name->if_name);
+        ::if_freenameindex(names);
+    }
+    EXPECT_EQ(interfaces, std::vector<std::string> { "lo" });
+    EXPECT_TRUE(::testsupport::insideFreshNetworkNamespace());
 }
 
 TEST(NetworkNamespaceOutput, WhatATestWroteBeforeItsChildStartedComesOutFirst)

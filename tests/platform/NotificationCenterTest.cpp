@@ -89,7 +89,13 @@ TEST(NotificationCenter, ARemovedObserverHearsNothingMoreEvenWhatWasOnItsWay)
 
 TEST(NotificationCenter, TheDefaultCenterIsOneForTheProcess)
 {
-    EXPECT_EQ(&NotificationCenter::defaultCenter(), &NotificationCenter::defaultCenter());
+    // An observer registered on one thread hears what another thread posts to the default centre.
+    std::atomic<int> heard { 0 };
+    const auto token = NotificationCenter::defaultCenter().addObserver(
+        "TheDefaultCenterIsOneForTheProcess", nullptr, [&](const Notification&) { ++heard; });
+    std::thread([] { NotificationCenter::defaultCenter().post("TheDefaultCenterIsOneForTheProcess"); }).join();
+    EXPECT_EQ(heard, 1);
+    NotificationCenter::defaultCenter().removeObserver(token);
 }
 
 TEST(NotificationCenter, PostsFromManyThreadsAreAllHeard)

@@ -168,6 +168,17 @@ TEST(Queue, SyncOnTheSerialQueueThatIsRunningTheCallerThrowsInsteadOfWaitingFore
     EXPECT_TRUE(threw);
 }
 
+TEST(Queue, CurrentIsTheQueueWhoseTaskTheThreadRunsAndNothingElsewhere)
+{
+    auto queue = Queue::makeSerial("test.current");
+    EXPECT_EQ(Queue::current(), nullptr);
+    std::shared_ptr<Queue> inTask, inGlobalTask;
+    queue->sync([&] { inTask = Queue::current(); });
+    Queue::globalBackground()->sync([&] { inGlobalTask = Queue::current(); });
+    EXPECT_EQ(inTask, queue);
+    EXPECT_EQ(inGlobalTask, Queue::globalBackground());
+}
+
 TEST(Queue, IsCurrentOnlyInsideATaskOfThatQueue)
 {
     auto queue = Queue::makeSerial("test.current");

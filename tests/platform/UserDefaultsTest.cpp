@@ -1,6 +1,7 @@
 #include "platform/UserDefaults.h"
 
 #include "platform/PreferenceFiles.h"
+#include "platform/StateFolder.h"
 #include "PreferenceTestSupport.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -53,7 +54,8 @@ TEST_F(UserDefaultsStore, StandardDefaultsAreTheApplicationDomainFileThatOtherPr
     store.setObject(Value::array({ Value("record") }), "FileWatchedDataKey");
     EXPECT_TRUE(store.synchronize());
 
-    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "Ulmaridon.SyncFilesXpcService.json"));
+    // The service's own domain is a database (PreferenceDatabaseTest.cpp); the others are JSON files.
+    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "Ulmaridon.SyncFilesXpcService.sqlite"));
     EXPECT_EQ(store.objectForKey("FileWatchedDataKey"), Value::array({ Value("record") }));
     UserDefaults otherProcess("korbanhold", folder.path());
     EXPECT_EQ(otherProcess.persistentDomainForName(serviceDomain),
@@ -197,7 +199,8 @@ TEST_F(UserDefaultsStore, WritesLeaveNoTemporaryFilesBehind)
         store.setObject(Value::integer(i), "counter");
     store.setPersistentDomain(Value::dictionary(), "other");
     EXPECT_EQ(namesIn(folder.path()),
-        (std::vector<std::string> { "Ulmaridon.SyncFilesXpcService.json", "other.json" }));
+        (std::vector<std::string> { "Ulmaridon.SyncFilesXpcService.sqlite", "Ulmaridon.SyncFilesXpcService.sqlite-shm",
+            "Ulmaridon.SyncFilesXpcService.sqlite-wal", "other.json" }));
 }
 
 TEST(UserDefaultsFiles, AWriteThatFailsIsLoggedLeavesNoDomainAndIsReportedBySynchronize)
@@ -224,6 +227,16 @@ TEST(UserDefaultsFiles, TheFolderIsTheOverrideThenXdgConfigHomeThenTheHomeFolder
     // A relative XDG_CONFIG_HOME is ignored, as the XDG rules say.
     EXPECT_EQ(preferencesFolderFor(nullptr, "relative", "/home/me"), "/home/me/.config/korbanhold/Preferences");
     EXPECT_THROW(preferencesFolderFor(nullptr, nullptr, nullptr), Exception);
+}
+
+TEST(StateFolder, TheStateFolderIsTheOverrideThenXdgStateHomeThenTheHomeFolder)
+{
+    using platform::stateFolderFor;
+    EXPECT_EQ(stateFolderFor("/prefs", "/xdg", "/home/me"), "/prefs");
+    EXPECT_EQ(stateFolderFor(nullptr, "/xdg", "/home/me"), "/xdg/korbanhold");
+    EXPECT_EQ(stateFolderFor(nullptr, "", "/home/me"), "/home/me/.local/state/korbanhold");
+    EXPECT_EQ(stateFolderFor(nullptr, "relative", "/home/me"), "/home/me/.local/state/korbanhold");
+    EXPECT_THROW(stateFolderFor(nullptr, nullptr, nullptr), Exception);
 }
 
 // ---------------------------------------------------------------- Cache
@@ -302,5 +315,5 @@ TEST(UserDefaultsFiles, TheStandardDefaultsOfTheProgramUseItsApplicationDomainAn
     EXPECT_EQ(standard.applicationDomain(), serviceDomain);
     EXPECT_EQ(standard.folder(), folder.path());
     standard.setObject(Value("1"), "k");
-    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "Ulmaridon.SyncFilesXpcService.json"));
+    EXPECT_TRUE(std::filesystem::is_regular_file(folder / "Ulmaridon.SyncFilesXpcService.sqlite"));
 }

@@ -16,8 +16,13 @@ TEST(Value, DefaultIsTheNullObjectWhichIsNeitherAbsentNorEmpty)
     Value value;
     EXPECT_TRUE(value.isNull());
     EXPECT_FALSE(value == Value(""));
-    std::optional<Value> absent;
-    EXPECT_FALSE(absent.has_value());
+    // Stored under a key, the null object is there; a key never set is absent.
+    Value dictionary = Value::dictionary();
+    dictionary.setObject(value, "null");
+    ASSERT_NE(dictionary.find("null"), nullptr);
+    EXPECT_TRUE(dictionary.find("null")->isNull());
+    EXPECT_EQ(dictionary.find("absent"), nullptr);
+    EXPECT_FALSE(dictionary.objectForKey("absent").has_value());
     EXPECT_EQ(value.description(), "<null>");
 }
 

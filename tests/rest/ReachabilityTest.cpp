@@ -3,7 +3,9 @@
 #include "platform/Exception.h"
 #include "platform/NotificationCenter.h"
 #include "support/LogCapture.h"
+#include "support/Eventually.h"
 #include "support/NetworkNamespace.h"
+#include "platform/Queue.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -360,4 +362,80 @@ TEST(ReachabilityInAFreshNetworkNamespace, TheNotifierPostsTheChangeNotification
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     EXPECT_EQ(posts, 1) << "nothing is posted once the notifier has stopped";
     center.removeObserver(token);
+}
+
+namespace {
+
+// The notifier of the zero address started by a task of a serial queue, with one observer of its notification that
+// runs on the posting thread; a default route added then changes the flags once.
+class NotifierInAFreshNamespace {
+public:
+    explicit NotifierInAFreshNamespace(std::function<void(NotifierInAFreshNamespace&)> onNotification)
+        : m_onNotification(std::move(onNotification))
+    {
+        m_token = platform::NotificationCenter::defaultCenter().addObserver(
+            kNetworkReachabilityChangedNotification, nullptr, [this](const platform::Notification&) {
+                m_onNotification(*this);
+                ++posts;
+            });
+    }
+    ~NotifierInAFreshNamespace() { platform::NotificationCenter::defaultCenter().removeObserver(m_token); }
+
+    bool start()
+    {
+        bool started = false;
+        queue->sync([&] { started = internet->startNotifier(); });
+        return started;
+    }
+    bool changeTheRoutes() const
+    {
+        return testsupport::runCommand(
+            "ip link set lo up && ip route add 10.1.0.0/16 dev lo && ip route add default via 10.1.0.1");
+    }
+    bool waitForPosts(int count) const
+    {
+        return testsupport::eventually([&] { return posts >= count; }, std::chrono::seconds(30));
+    }
+
+    std::shared_ptr<platform::Queue> queue = platform::Queue::makeSerial("test.reachability");
+    std::unique_ptr<Reachability> internet = Reachability::reachabilityForInternetConnection();
+    std::atomic<int> posts { 0 };
+
+private:
+    std::function<void(NotifierInAFreshNamespace&)> m_onNotification;
+    platform::NotificationCenter::ObserverToken m_token = 0;
+};
+
+}
+
+TEST(ReachabilityInAFreshNetworkNamespace, TheNotificationIsPostedOnTheQueueOfTheThreadThatStartedTheNotifier)
+{
+    RUN_IN_FRESH_NETWORK_NAMESPACE();
+    std::atomic<bool> onStartingQueue { false };
+    NotifierInAFreshNamespace notifier([&](NotifierInAFreshNamespace& self) { onStartingQueue = self.queue->isCurrent(); });
+    ASSERT_TRUE(notifier.start());
+    ASSERT_TRUE(notifier.changeTheRoutes());
+    ASSERT_TRUE(notifier.waitForPosts(1));
+    EXPECT_TRUE(onStartingQueue);
+    notifier.queue->sync([&] { notifier.internet->stopNotifier(); });
+}
+
+TEST(ReachabilityInAFreshNetworkNamespace, AnObserverMayStopTheNotifierFromInsideTheNotification)
+{
+    RUN_IN_FRESH_NETWORK_NAMESPACE();
+    NotifierInAFreshNamespace notifier([](NotifierInAFreshNamespace& self) { self.internet->stopNotifier(); });
+    ASSERT_TRUE(notifier.start());
+    ASSERT_TRUE(notifier.changeTheRoutes());
+    ASSERT_TRUE(notifier.waitForPosts(1));
+    EXPECT_EQ(notifier.internet->currentReachabilityStatus(), ReachableViaNetwork);
+}
+
+TEST(ReachabilityInAFreshNetworkNamespace, AnObserverMayDestroyTheWatchingObjectFromInsideTheNotification)
+{
+    RUN_IN_FRESH_NETWORK_NAMESPACE();
+    NotifierInAFreshNamespace notifier([](NotifierInAFreshNamespace& self) { self.internet.reset(); });
+    ASSERT_TRUE(notifier.start());
+    ASSERT_TRUE(notifier.changeTheRoutes());
+    ASSERT_TRUE(notifier.waitForPosts(1));
+    EXPECT_EQ(notifier.internet, nullptr);
 }

@@ -2,6 +2,7 @@
 
 #include "RestTestSupport.h"
 #include "platform/HttpErrors.h"
+#include "rest/RequestTimeout.h"
 
 #include <filesystem>
 
@@ -174,6 +175,18 @@ TEST_F(RestConnectorStreams, AnUploadFailureKeepsTheStagingFile)
     EXPECT_EQ(status, TransportFailed);
     ASSERT_NE(errorIn(object), nullptr);
     EXPECT_EQ(errorIn(object)->code, platform::http::URLErrorCannotConnectToHost);
+    EXPECT_EQ(testsupport::readFile(home / "report.txt"), "file contents\n");
+}
+
+TEST_F(RestConnectorStreams, AnUploadAnsweredWithAnAuthenticationChallengeTimesOutAndKeepsTheStagingFile)
+{
+    testhooks::ShortenedRequestTimeout shortened { platform::http::Seconds { 0.5 } };
+    RestServer challenging(RestServer::challenge(401));
+    const auto pointAtChallenging = serverAt(challenging.url("/"));
+    const auto [object, status] = upload(localFile).arguments;
+    EXPECT_EQ(status, TransportFailed);
+    ASSERT_NE(errorIn(object), nullptr);
+    EXPECT_EQ(errorIn(object)->code, platform::http::URLErrorTimedOut);
     EXPECT_EQ(testsupport::readFile(home / "report.txt"), "file contents\n");
 }
 

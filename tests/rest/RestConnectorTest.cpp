@@ -282,6 +282,35 @@ TEST_F(RestConnectorJson, AServerThatNeverAnswersGivesStatusTwoWithTimedOut)
     expectURLError(send(), platform::http::URLErrorTimedOut);
 }
 
+TEST_F(RestConnectorJson, AnAuthenticationChallengeIsNeverAnsweredSoTheRequestWaitsForItsTimeOutThenStatusTwo)
+{
+    // The reply comes at once; only the unanswered challenge keeps the request from ending before its time-out.
+    testhooks::ShortenedRequestTimeout shortened { platform::http::Seconds { 0.5 } };
+    for (int status : { 401, 407 }) {
+        SCOPED_TRACE(status);
+        RestServer challenging(RestServer::challenge(status));
+        const auto pointAtChallenging = serverAt(challenging.url("/"));
+        FinishedRecorder challenged;
+        const auto start = std::chrono::steady_clock::now();
+        std::make_shared<RestConnector>()->startAsyncTask(
+            "Test.svc/Method", Value::dictionary(), nullptr, challenged.callback());
+        ASSERT_TRUE(challenged.waitFor());
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
+        expectURLError(challenged.only(), platform::http::URLErrorTimedOut);
+        EXPECT_EQ(challenging.received().size(), 1u);
+    }
+}
+
+TEST_F(RestConnectorJson, A401WithoutAChallengeIsHandedOnAsAnyReply)
+{
+    RestServer refusing(RestServer::reply("{\"ReturnStatus\":\"1\"}", 401));
+    const auto pointAtRefusing = serverAt(refusing.url("/"));
+    const auto [object, status] = send().arguments;
+    EXPECT_EQ(status, TransportSucceeded);
+    ASSERT_NE(valueIn(object), nullptr);
+    EXPECT_EQ(*valueIn(object), Value::dictionary({ { "ReturnStatus", "1" } }));
+}
+
 TEST_F(RestConnectorJson, ATransportErrorOfCodeMinusOneCallsNothingAndLogsTwoLines)
 {
     platform::http::testhooks::setErrorInjector(

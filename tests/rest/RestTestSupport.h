@@ -102,6 +102,17 @@ public:
         };
     }
 
+    // A reply that asks for credentials: 401 with a "WWW-Authenticate" field, or 407 with a "Proxy-Authenticate" one,
+    // and a JSON body.
+    static Respond challenge(int status)
+    {
+        return [=](const httplib::Request&, httplib::Response& response) {
+            response.status = status;
+            response.set_header(status == 407 ? "Proxy-Authenticate" : "WWW-Authenticate", "Basic realm=\"Korbanhold\"");
+            response.set_content("{\"ReturnStatus\":\"1\"}", "application/json");
+        };
+    }
+
 private:
     Respond m_respond;
     mutable std::mutex m_mutex;

@@ -7,6 +7,7 @@
 #include "support/Eventually.h"
 
 #include <algorithm>
+#include <future>
 #include <memory>
 
 using namespace synctest;
@@ -145,6 +146,28 @@ TEST_F(BatchReport, ValuesThatAreNotTextTravelAsTheyStandNumbersAsNumbersAndNull
     EXPECT_EQ(text(sent, "ChangeType"), "Modified");
 }
 
+TEST_F(BatchReport, TheReportSendsTheChangeListAsThePassHandedItOverWhileTheNextPassRefillsIt)
+{
+    // The first pass's report is held at its start until the next pass has built its own change list.
+    writeFile("a.txt", "a");
+    std::promise<void> nextPassDone;
+    std::shared_future<void> released = nextPassDone.get_future().share();
+    service->duringBatchReport = [released] { released.wait(); };
+    firstPass();
+    writeFile("b.txt", "b");
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Created a.txt", "Created b.txt" }));
+    nextPassDone.set_value();
+    ASSERT_TRUE(waitForReplies(2));
+
+    // The held report sent the one change of its pass; the next pass's report sent both.
+    std::vector<std::size_t> sizes;
+    for (const Value& body : bodiesOf(batchPath))
+        sizes.push_back(body.count());
+    std::sort(sizes.begin(), sizes.end());
+    EXPECT_EQ(sizes, (std::vector<std::size_t> { 1, 2 }));
+}
+
 TEST_F(BatchReport, AFailureWhileHandingOverGoesToTheErrorReportAndSendsNoBatch)
 {
     readSettings();
@@ -229,11 +252,10 @@ TEST_F(BatchReport, AnAcceptedReplyWithAnEmptyListStillStoresTheTableTwiceAndCle
     // HTTP 500 with a JSON object: the transport hands the object on with status 0, and an object gives the batch
     // decoder no results.
     addFault("error-json", batchPath);
-    FileReplacements replacements(root.string() + "/Preferences");
     service->SyncFilesWithTableAndCloudProcess(Value::array({ change("Created", "5", "a.txt", "", "") }));
     ASSERT_TRUE(waitForStoredIdentifiers());
 
-    EXPECT_EQ(replacements.count("Ulmaridon.SyncFilesXpcService.json"), 2u);
+    // Both stores land in the service's database; the second finds every row as the first left it and writes none.
     EXPECT_EQ(storedTable(), inMemory);
     EXPECT_EQ(readDomain("Ulmaridon.FileWatcherXpcService"),
         Value::dictionary({ { "FileWatcherStatusKey", Value("0") } }));

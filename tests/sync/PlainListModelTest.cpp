@@ -1,6 +1,7 @@
-// Random folder histories, each pass compared with a plain-list transcription of the pass: the records the
-// indexed table gives must be exactly those that linear first-match searches over plain lists give, in the same
-// order, with the same keys in the same order, and the table must end the same.
+// Random folder histories, each pass compared with a plain-list transcription of the pass over a plain walk of its
+// own: the walk must list the items, their order and their file numbers as opendir and lstat find them, and the
+// records the indexed table gives must be exactly those that linear first-match searches over plain lists give, in
+// the same order, with the same keys in the same order, and the table must end the same.
 
 #include "SyncFixture.h"
 
@@ -9,6 +10,7 @@
 #include <ctime>
 #include <fstream>
 #include <random>
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -200,6 +202,57 @@ struct PlainPass {
     bool ended = false;
 };
 
+// ---------------------------------------------------------------- the plain folder walk
+
+// The folder walk written plainly with opendir and lstat: pre-order, the entries of each folder in byte order of
+// their names, links listed and not followed, every folder entered; a path below the base with a character outside
+// the allowed set is left out, and so is an item named ".DS_Store". One folder-walk record per item.
+class PlainWalk {
+public:
+    explicit PlainWalk(const std::string& base) : m_base(base) { enter(""); }
+
+    Value records() const { return Value::arrayOf(m_records); }
+
+private:
+    static bool legal(const std::string& relative)
+    {
+        static const std::string allowed
+            = "+_-'/,%$@!`^&={}[];.()abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLKMNOPQRSTUVWXYZ0123456789 ";
+        return relative.find_first_not_of(allowed) == std::string::npos;
+    }
+
+    void enter(const std::string& relativeFolder)
+    {
+        const std::string folder = relativeFolder.empty() ? m_base : m_base + "/" + relativeFolder;
+        std::vector<std::string> names;
+        if (DIR* directory = ::opendir(folder.c_str())) {
+            while (const dirent* entry = ::readdir(directory)) {
+                std::string name = entry->d_name;
+                if (name != "." && name != "..")
+                    names.push_back(std::move(name));
+            }
+            ::closedir(directory);
+        }
+        std::sort(names.begin(), names.end());
+        for (const std::string& name : names) {
+            const std::string relative = relativeFolder.empty() ? name : relativeFolder + "/" + name;
+            const std::string full = m_base + "/" + relative;
+            struct stat info {};
+            if (::lstat(full.c_str(), &info) != 0)
+                continue;
+            if (legal(relative) && name != ".DS_Store") {
+                m_records.push_back(PlainPass::dictionary({ { "BaseSystemFileIDKey", Value(std::to_string(info.st_ino)) },
+                    { "BaseSystemFilePathKey", Value(full) }, { "removeKey", Value("1") } }));
+            }
+            if (S_ISDIR(info.st_mode))
+                enter(relative);
+        }
+    }
+
+    std::string m_base;
+    platform::Array m_records;
+};
+
 // ---------------------------------------------------------------- random folder histories
 
 class PlainListModel : public synctest::SyncFixture {
@@ -249,7 +302,7 @@ protected:
         auto folders = items(true);
         std::string file = files.empty() ? std::string() : files[below(files.size())];
         std::error_code ignored;
-        switch (below(10)) {
+        switch (below(12)) {
         case 0: // new file or folder
             if (chance(70))
                 writeBytes(anyFolder() + "/" + newName(), below(4000));
@@ -298,6 +351,12 @@ protected:
             if (!file.empty())
                 std::filesystem::create_hard_link(file, anyFolder() + "/" + newName(), ignored);
             break;
+        case 10: // a name the walk leaves out: a character outside the allowed set
+            writeBytes(anyFolder() + "/" + (chance(50) ? "x#" : "\xC3\xA9") + newName(), below(2000));
+            break;
+        case 11: // a name the walk leaves out: ".DS_Store", or one that only ends so
+            writeBytes(anyFolder() + "/" + (chance(70) ? ".DS_Store" : newName() + ".DS_Store"), below(2000));
+            break;
         case 9: // name changed only in case
             if (!file.empty()) {
                 std::string name = PlainPass::name(file);
@@ -325,8 +384,11 @@ protected:
     {
         Value stored = storedTable().value_or(Value::array());
         std::size_t failures = service->countOf("logErrorMethod");
+        // The folder is walked here as well as by the pass, before the pass, and nothing changes it in between.
+        const Value walked = PlainWalk(synced()).records();
         nextPass();
-        PlainPass plain(stored, service->korbanholdArray());
+        ASSERT_EQ(service->korbanholdArray(), walked) << context << "\n" << service->korbanholdArray().description();
+        PlainPass plain(stored, walked);
         ASSERT_EQ(service->countOf("logErrorMethod") - failures, plain.ended ? 1u : 0u) << context << "\n" << log.lines().back();
         Value engineChanges = changes();
         Value engineTable = table();

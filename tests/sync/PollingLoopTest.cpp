@@ -2,7 +2,10 @@
 
 #include "SyncFixture.h"
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <linux/capability.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -129,6 +132,34 @@ TEST_F(PollingLoop, ItemListedWhoseAttributesCannotBeReadEndsThePassThroughTheGu
 }
 
 TEST_F(PollingLoop, TwoLoopsOnOneObjectNeverRunTwoPassesAtOnce)
+{
+    useStrictMode();
+    // Two loops on one object (a second SyncFile) whose passes start at the same moment on two threads. Each pass
+    // stops in the middle, at the shared item, until another pass joins it there or 0.3 s have passed: passes
+    // that could overlap are then seen inside the pass together. Costs about two seconds.
+    writeFile("A (Shared)/f.txt", "f");
+    std::mutex mutex;
+    std::condition_variable changed;
+    int inside = 0, mostInside = 0;
+    service->duringEverySharedCreation = [&] {
+        std::unique_lock lock(mutex);
+        mostInside = std::max(mostInside, ++inside);
+        changed.notify_all();
+        changed.wait_for(lock, 300ms, [&] { return inside > 1; });
+        --inside;
+    };
+    firstPass();
+    raiseStatus("1");
+    std::thread second([&] { service->SyncFile(); });
+    service->syncFileInTablenCloud();
+    second.join();
+    service->duringEverySharedCreation = nullptr;
+    EXPECT_EQ(mostInside, 1);
+    EXPECT_GE(service->countOf("performSharedFilesCreationProcess"), 3u);
+    EXPECT_EQ(service->countOf("logErrorMethod"), 0u);
+}
+
+TEST_F(PollingLoop, ReadingThePropertiesWhileTwoLoopsRunIsSafe)
 {
     useStrictMode();
     for (int index = 0; index < 20; ++index)

@@ -22,7 +22,7 @@ TEST_F(ServiceState, SyncFileLeavesTheBusyStatusAsTheOnlyKeyUntilThePassWritesTh
     EXPECT_EQ(readDomain("Ulmaridon.FileWatcherXpcService"), Value::dictionary({ { "FileWatcherStatusKey", Value("0") } }));
 }
 
-TEST_F(ServiceState, SyncFileTakesSnapshotsOfTheSettingsAndTheFileWatcherDomain)
+TEST_F(ServiceState, TheFirstPassTakesSnapshotsOfTheSettingsAndOfTheStatusThatSyncFileRaised)
 {
     raiseStatus("0");
     service->SyncFile();

@@ -1,5 +1,7 @@
 #include "SyncFixture.h"
 
+#include "platform/UserDefaults.h"
+
 #include "platform/HttpTestServers.h"
 #include "platform/Json.h"
 
@@ -27,11 +29,21 @@ void RecordingService::performSharedFilesCreationProcess(const std::string& path
     record({ "performSharedFilesCreationProcess", { path }, {} });
     if (duringSharedCreation)
         std::exchange(duringSharedCreation, nullptr)();
+    if (duringEverySharedCreation)
+        duringEverySharedCreation();
     SyncFilesXpcService::performSharedFilesCreationProcess(path);
 }
 
 void RecordingService::SyncFilesWithTableAndCloudProcess(Value changedListArray)
 {
+    std::function<void()> hook;
+    {
+        // Reports of two passes may start at once.
+        std::lock_guard lock(m_mutex);
+        hook = std::exchange(duringBatchReport, nullptr);
+    }
+    if (hook)
+        hook();
     record({ "SyncFilesWithTableAndCloudProcess", {}, changedListArray });
     if (talksToServer)
         SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(changedListArray);
@@ -130,6 +142,11 @@ void SyncFixture::makeFolder(const std::string& relative) const
 
 void SyncFixture::writeDomain(const std::string& name, const Value& domain) const
 {
+    // The service's own domain is a database: written through a store of its own, as `korbanhold defaults` writes it.
+    if (platform::UserDefaults::isDatabaseDomain(name)) {
+        platform::UserDefaults("korbanhold", root.path() / "Preferences").setPersistentDomain(domain, name);
+        return;
+    }
     std::string file = root.string() + "/Preferences/" + name + ".json";
     {
         std::ofstream out(file + ".new", std::ios::trunc);
@@ -140,6 +157,8 @@ void SyncFixture::writeDomain(const std::string& name, const Value& domain) cons
 
 std::optional<Value> SyncFixture::readDomain(const std::string& name) const
 {
+    if (platform::UserDefaults::isDatabaseDomain(name))
+        return platform::UserDefaults("korbanhold", root.path() / "Preferences").persistentDomainForName(name);
     std::ifstream in(root.string() + "/Preferences/" + name + ".json");
     if (!in)
         return std::nullopt;

@@ -57,6 +57,10 @@ public:
     bool waitFor(const std::string& operation, std::size_t count) const;
     // Runs inside the next call of performSharedFilesCreationProcess, on the pass's thread.
     std::function<void()> duringSharedCreation;
+    // Runs inside every call of performSharedFilesCreationProcess, on the pass's thread.
+    std::function<void()> duringEverySharedCreation;
+    // Runs at the start of the next call of SyncFilesWithTableAndCloudProcess, on the thread of the report.
+    std::function<void()> duringBatchReport;
 
 private:
     void record(Call call);

@@ -177,22 +177,20 @@ TEST_F(SyncPass, IdleStatusIsWrittenThroughTheDefaultsThatSyncFileSet)
 TEST_F(SyncPass, ChangeListIsLoggedAndHandedToTheBatchReportAfterTheIdleStatus)
 {
     writeFile("a.txt", "a");
+    // What the report finds when it starts: the list already logged and the idle status already written.
+    std::optional<Value> statusAtReport;
+    std::size_t loggedAtReport = 0;
+    service->duringBatchReport = [&] {
+        statusAtReport = readDomain("Ulmaridon.FileWatcherXpcService");
+        loggedAtReport = log.countStartingWith("Final List changed list");
+    };
     firstPass();
     EXPECT_TRUE(log.contains("Final List changed list " + changes().description()));
     EXPECT_EQ(readDomain("Ulmaridon.FileWatcherXpcService"), Value::dictionary({ { "FileWatcherStatusKey", Value("0") } }));
     ASSERT_TRUE(service->waitFor("SyncFilesWithTableAndCloudProcess", 1));
     EXPECT_EQ(service->calls().back().changes, changes());
-}
-
-TEST_F(SyncPass, BatchReportKeepsTheChangeListAsThePassHandedItOver)
-{
-    writeFile("a.txt", "a");
-    firstPass();
-    ASSERT_TRUE(service->waitFor("SyncFilesWithTableAndCloudProcess", 1));
-    Value handedOver = service->calls().back().changes;
-    writeFile("b.txt", "b");
-    nextPass();
-    EXPECT_EQ(summary(handedOver), (Lines { "Created a.txt" }));
+    EXPECT_EQ(statusAtReport, Value::dictionary({ { "FileWatcherStatusKey", Value("0") } }));
+    EXPECT_EQ(loggedAtReport, 1u);
 }
 
 TEST_F(SyncPass, MissingSyncedFolderSettingFindsNothing)
@@ -268,4 +266,23 @@ TEST_F(SyncPass, EverySharedRecordStartsThePassMarkedForDeletion)
     EXPECT_EQ(service->sharedFilesArray().count(), 0u);
 }
 
+}
+
+TEST_F(SyncPass, ATableAnotherProcessStoresIsTheOneTheNextPassReads)
+{
+    writeFile("a.txt", "a");
+    writeFile("b.txt", "b");
+    firstPass();
+    acceptReport();
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u);
+    // Another program of the product takes b.txt out of the stored table between two passes (its own store, its own
+    // database connection): the very next pass reads that table and finds b.txt new.
+    Value table = *storedTable();
+    for (std::size_t index = 0; index < table.count(); ++index)
+        if (text(table.at(index), "BaseSystemFilePathKey") == path("b.txt"))
+            table.removeAt(index--);
+    storeTable(table);
+    nextPass();
+    EXPECT_EQ(summary(changes()), Lines { "Created b.txt" });
 }

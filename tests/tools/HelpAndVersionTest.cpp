@@ -64,7 +64,7 @@ TEST_P(HelpAndVersion, AnUnknownOptionIsAUsageError)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryProgram, HelpAndVersion,
-    ::testing::Values("korbanhold", "korbanhold-sync-service", "korbanhold-devserver"),
+    ::testing::Values("korbanhold", "korbanhold-sync-service", "korbanhold-watch", "korbanhold-devserver"),
     [](const auto& info) {
         std::string name = info.param;
         std::erase(name, '-');

@@ -6,11 +6,14 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
-#include <fstream>
-
 #include <gtest/gtest.h>
 
+#include <boost/json.hpp>
+
+#include <cstring>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,10 +38,10 @@ protected:
         options.environment = {
             { "KORBANHOLD_PREFERENCES_DIR", preferences.string() },
             { "KORBANHOLD_RUNTIME_DIR", runtime.string() },
+            { "KORBANHOLD_STATE_DIR", state.string() },
             { "KORBANHOLD_SERVER", std::move(server) },
             { "LISTEN_FDS", std::nullopt },
             { "LISTEN_PID", std::nullopt },
-            { "KORBANHOLD_STRICT", std::nullopt },
         };
         return options;
     }
@@ -53,7 +56,12 @@ protected:
         platform::UserDefaults("test", preferences.path()).setPersistentDomain(contents, domain);
     }
 
-    std::string fileOf(const std::string& domain) const { return (preferences.path() / (domain + ".json")).string(); }
+    // The service's own domain is a database, the others are JSON files (docs/preferences.md).
+    std::string fileOf(const std::string& domain) const
+    {
+        const char* suffix = domain == "Ulmaridon.SyncFilesXpcService" ? ".sqlite" : ".json";
+        return (preferences.path() / (domain + suffix)).string();
+    }
     std::string socketPath() const { return (runtime / "Ulmaridon.SyncFilesXpcService.sock").string(); }
 
     static Value entries(int count)
@@ -67,6 +75,7 @@ protected:
     TempDir preferences;
     TempDir root;
     std::filesystem::path runtime = root.path() / "run";
+    std::filesystem::path state = root.path() / "state";
 };
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
@@ -99,9 +108,14 @@ TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
         "  FileWatchedDataKey: 3 entries\n"
         "Socket: " + socketPath() + " (not there: the service is not listening)\n"
         "Server: http://127.0.0.1:4321/KorbanholdRestService/ (KORBANHOLD_SERVER)\n"
-        "Mode: guarded (no service has started here; from KORBANHOLD_STRICT)\n"
         "Watcher: no watcher runs (no state at " + (runtime / "korbanhold-watch.state").string()
-            + "): changes wait for a raise by hand\n");
+            + "): changes wait for a raise by hand\n"
+        "Synced folder: /home/ann/Korbanhold (not there)\n"
+        "Status file: " + (state / "status.json").string() + " (nothing recorded yet)\n"
+        "Last pass: none\n"
+        "Last stored report: none\n"
+        "Last failed report: none\n"
+        "Names skipped for illegal characters: none\n");
 }
 
 TEST_F(StatusCommand, ShowsWhatTheRunningWatcherDoes)
@@ -127,14 +141,6 @@ TEST_F(StatusCommand, SaysThatNoWatcherRunsWhenTheOneThatLeftItsStateHasEnded)
     testsupport::writeFile(runtime / "korbanhold-watch.state", "{\"pid\":" + std::to_string(gone) + "}");
     const auto result = status();
     EXPECT_TRUE(contains(result.standardOutput, "Watcher: no watcher runs (PID " + std::to_string(gone)))
-        << result.standardOutput;
-}
-
-TEST_F(StatusCommand, ShowsTheModeTheServiceSaidItRunsIn)
-{
-    std::ofstream(runtime / "sync-mode") << "strict\n";
-    const auto result = status();
-    EXPECT_TRUE(contains(result.standardOutput, "Mode: strict (as the service started; " + (runtime / "sync-mode").string() + ")\n"))
         << result.standardOutput;
 }
 
@@ -186,14 +192,66 @@ TEST_F(StatusCommand, NamesTheDefaultServerWhenNoneIsChosen)
         << result.standardOutput;
 }
 
-TEST_F(StatusCommand, SaysThatTheSocketIsThereWhileTheServiceListens)
+TEST_F(StatusCommand, SaysThatTheServiceAnswersWhileItListens)
 {
     testsupport::Process service(testsupport::builtProgram("tools/korbanhold-sync-service"), {}, options());
-    ASSERT_TRUE(testsupport::eventually([&] { return std::filesystem::is_socket(socketPath()); }));
+    ASSERT_TRUE(testsupport::eventually(
+        [&] { return contains(status().standardOutput, "Socket: " + socketPath() + " (the service answers)\n"); },
+        std::chrono::seconds(60), std::chrono::milliseconds(50)));
+    EXPECT_EQ(status().exitCode, 0);
+}
+
+TEST_F(StatusCommand, ASocketFileThatNoServiceListensOnIsNotTakenForTheService)
+{
+    // What a service killed without its clean stop leaves behind: the socket file, bound but listened on by nobody.
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socketPath().c_str(), sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ::close(socket);
 
     const auto result = status();
+    EXPECT_TRUE(contains(result.standardOutput, "Socket: " + socketPath() + " (there, but no service answers on it)\n"))
+        << result.standardOutput;
+}
+
+TEST_F(StatusCommand, AWrongServerIsNamedAndTheStatusIsOne)
+{
+    const auto result = status("http://127.0.0.1:4321/KorbanholdRestService/");
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(contains(result.standardOutput, "Server: KORBANHOLD_SERVER must be host[:port] or http://host[:port]/, "
+                                                "not \"http://127.0.0.1:4321/KorbanholdRestService/\"\n"))
+        << result.standardOutput;
+}
+
+TEST_F(StatusCommand, ShowsTheSyncedFolderAndWhatTheServiceRecorded)
+{
+    std::filesystem::create_directories(root.path() / "Korbanhold");
+    store("Ulmaridon.Korbanhold", Value::dictionary({ { "korbanholdPathKey", Value(root.path().string()) } }));
+    testsupport::writeFile(state / "status.json",
+        R"({"pid":42,"lastPass":{"pid":42,"pass":3,"at":0,"records":2},)"
+        R"("lastStored":{"pid":42,"pass":2,"at":0,"records":1},)"
+        R"("lastFailed":{"pid":42,"pass":3,"at":0,"error":"could not connect","url":"http://h:1/KorbanholdRestService/x"},)"
+        R"("skippedNames":["/home/ann/Korbanhold/a#b"]})");
+
+    auto result = status();
     EXPECT_EQ(result.exitCode, 0) << result.standardError;
-    EXPECT_TRUE(contains(result.standardOutput, "Socket: " + socketPath() + " (there)\n")) << result.standardOutput;
+    const auto& out = result.standardOutput;
+    EXPECT_TRUE(contains(out, "Synced folder: " + (root.path() / "Korbanhold").string() + " (there)\n")) << out;
+    EXPECT_TRUE(contains(out, "(written by pid 42)\n")) << out;
+    EXPECT_TRUE(contains(out, "Last pass: pass 3 at ")) << out;
+    EXPECT_TRUE(contains(out, ", 2 records\nLast stored report: pass 2 at ")) << out;
+    EXPECT_TRUE(contains(out, ": could not connect (http://h:1/KorbanholdRestService/x)\n")) << out;
+    EXPECT_TRUE(contains(out, "Names skipped for illegal characters:\n  /home/ann/Korbanhold/a#b\n")) << out;
+
+    result = testsupport::runProcess(testsupport::builtProgram("tools/korbanhold"), { "status", "--json" }, options());
+    EXPECT_EQ(result.exitCode, 0) << result.standardError;
+    const auto report = boost::json::parse(result.standardOutput).as_object();
+    EXPECT_EQ(report.at("syncedFolder").at("exists"), true);
+    EXPECT_EQ(report.at("socket").at("answers"), false);
+    EXPECT_EQ(report.at("service").at("lastFailed").at("url"), "http://h:1/KorbanholdRestService/x");
+    EXPECT_EQ(report.at("domains").at("Ulmaridon.Korbanhold").at("keys").at("korbanholdPathKey"), boost::json::value(root.path().string()));
 }
 
 TEST_F(StatusCommand, SaysWhyThereIsNoSocketWithoutARuntimeFolder)

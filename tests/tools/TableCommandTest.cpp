@@ -1,6 +1,9 @@
 // `korbanhold table`, run as a real process over a temporary preferences folder.
 
+#include "platform/PreferenceJson.h"
 #include "platform/UserDefaults.h"
+
+#include "helpers/TableVersions.h"
 
 #include "support/Process.h"
 #include "support/TempDir.h"
@@ -30,7 +33,8 @@ protected:
         UserDefaults(serviceDomain, folder.path()).setPersistentDomain(domain, serviceDomain);
     }
 
-    std::filesystem::path serviceDomainFile() const { return folder.path() / (serviceDomain + ".json"); }
+    // The service's domain is a database (docs/preferences.md).
+    std::filesystem::path serviceDomainFile() const { return folder.path() / (serviceDomain + ".sqlite"); }
 
     TempDir folder;
 };
@@ -113,4 +117,24 @@ TEST_F(TableCommand, ATableThatIsNotAListFailsWithStatusOne)
     EXPECT_EQ(result.standardOutput, "");
     EXPECT_NE(result.standardError.find("FileWatchedDataKey"), std::string::npos) << result.standardError;
     EXPECT_NE(result.standardError.find("is not a list"), std::string::npos) << result.standardError;
+}
+
+TEST_F(TableCommand, ReadsAWholeTableWhileAnotherProcessStoresNewOnes)
+{
+    // About 2 s: 30 runs of `korbanhold table` while a writer stores versions of a table of 60 to 100 records.
+    testsupport::ProcessOptions options;
+    options.environment = { { "KORBANHOLD_PREFERENCES_DIR", folder.string() } };
+    storeServiceDomain(testsupport::tableVersion(1));
+    testsupport::Process writer(testsupport::builtProgram("tests/helpers/table_store"), {}, options);
+    std::int64_t lastGeneration = 0;
+    for (int read = 0; read < 30; ++read) {
+        const auto result = table();
+        ASSERT_EQ(result.exitCode, 0) << result.standardError;
+        const std::int64_t generation
+            = testsupport::generationOfTable(platform::readPreferenceJson(result.standardOutput));
+        ASSERT_GE(generation, lastGeneration) << "a torn or older table:\n" << result.standardOutput.substr(0, 2000);
+        lastGeneration = generation;
+    }
+    EXPECT_FALSE(writer.hasEnded()) << "the writer failed";
+    EXPECT_GT(lastGeneration, 1) << "the writer stored nothing while the table was read";
 }

@@ -14,7 +14,7 @@ class RaisePolicyTest : public testing::Test {
 protected:
     RaisePolicyTest()
         : start(RaisePolicy::Clock::now())
-        , policy(watch::RaiseTiming { 5s, 30s, 600s, 5s }, start)
+        , policy(watch::RaiseTiming { 5s, 30s, 600s, 5s, 0ms }, start)
     {
     }
 
@@ -44,6 +44,17 @@ TEST_F(RaisePolicyTest, AChangeRaisesAtOnceWhenTheStatusIsNotRaised)
 {
     policy.changed(at(1s));
     EXPECT_EQ(policy.next(at(1s), false), Action::raise);
+}
+
+TEST(RaisePolicy, TheRaiseWaitsBrieflySoThatOneOperationsEventsAreReadBeforeIt)
+{
+    const auto start = RaisePolicy::Clock::now();
+    RaisePolicy policy(watch::RaiseTiming { 5s, 30s, 600s, 5s, 20ms }, start);
+    policy.changed(start + 1s);
+    EXPECT_TRUE(policy.raiseWaiting());
+    policy.changed(start + 1005ms);
+    EXPECT_EQ(policy.next(start + 1019ms, false), Action::none);
+    EXPECT_EQ(policy.next(start + 1020ms, false), Action::raise);
 }
 
 TEST_F(RaisePolicyTest, ChangesWhileTheStatusIsRaisedRewriteNothing)

@@ -9,8 +9,14 @@
 //   KORBANHOLD_RETRY_BACKOFF_MS the first delay of the retries after a failed batch report (default 2000; tests)
 //   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+//   KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
+//   XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
+//                               ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
+//   KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
 //   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
 //   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
+//   KORBANHOLD_MAX_REPLY_BYTES  the largest server reply held in memory (default 268435456, docs/http-errors.md)
+//   KORBANHOLD_IPC_FRAME_TIMEOUT_MS  how long an IPC frame may take to arrive (default 30000, docs/ipc-wire-format.md)
 //   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation
 //
 // Options: --help and --version print and exit with status 0, starting nothing; --strict runs the described system
@@ -28,7 +34,10 @@
 #include "rest/RestURL.h"
 #include "service/ServiceMain.h"
 #include "service/SyncFilesXpcServiceProtocol.h"
+#include "sync/ServiceStatus.h"
 #include "sync/SyncPolicy.h"
+
+#include <malloc.h>
 
 #include <csignal>
 #include <cstdio>
@@ -43,8 +52,14 @@ constexpr const char* environmentHelp = R"(Environment:
   KORBANHOLD_RETRY_BACKOFF_MS the first delay of the retries after a failed batch report (default 2000)
   KORBANHOLD_RUNTIME_DIR      the folder of the service's socket (default $XDG_RUNTIME_DIR/korbanhold)
   KORBANHOLD_PREFERENCES_DIR  the preferences folder (default $XDG_CONFIG_HOME/korbanhold/Preferences)
+  KORBANHOLD_STATE_DIR        the folder of its status file (default $XDG_STATE_HOME/korbanhold)
+  XDG_STATE_HOME              the watched-files table's database goes in $XDG_STATE_HOME/korbanhold (default
+                              ~/.local/state/korbanhold), or in KORBANHOLD_PREFERENCES_DIR when that is set
+  KORBANHOLD_LOG_LINE_MAX     the longest log line in bytes (default 49152; 0: no cap)
   KORBANHOLD_SERVER           host[:port] or http://host[:port]/ of the REST server (default localhost:8080)
   KORBANHOLD_APPKIT_VERSION   the OS version to act as; 1138 serves as OS 10.7 did
+  KORBANHOLD_MAX_REPLY_BYTES  the largest server reply held in memory (default 268435456)
+  KORBANHOLD_IPC_FRAME_TIMEOUT_MS  how long an IPC frame may take to arrive (default 30000)
   LISTEN_FDS, LISTEN_PID      the socket given by systemd socket activation)";
 
 // Reads the arguments before anything starts; --strict chooses the mode of the process. Gives back the status to exit with at once (after --help, --version
@@ -69,20 +84,39 @@ std::optional<int> readCommandLine(int argc, char** argv)
     return std::nullopt;
 }
 
+// What the service does goes to its status file, for `korbanhold status` and `korbanhold sync --wait`. Without a
+// state folder it serves all the same.
+void recordStatus()
+{
+    try {
+        engine::status::recordTo(engine::status::filePath());
+    } catch (const platform::Exception& error) {
+        platform::log("The service keeps no status file: %@", error);
+    }
+}
+
 }
 
 int main(int argc, char** argv)
 {
     if (const auto status = readCommandLine(argc, argv))
         return *status;
+    // Blocks of 128 KiB and more come straight from the system and go straight back when freed. By default the
+    // allocator raises that threshold after each such free, up to 32 MiB, and then keeps what large inputs (a
+    // reply cut at its limit, a huge domain) left behind in its heap for the rest of the process.
+    ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
     platform::setProgramName("korbanhold-sync-service");
     // Under systemd the lines go to the journal directly, with priorities, and without a second time stamp.
     if (platform::stderrIsJournal())
         platform::setLogSink(platform::journalSink());
     platform::UserDefaults::setApplicationDomain(service::syncServiceName);
     platform::stopMainQueueOnSignals({ SIGTERM, SIGINT });
+    // A write over the file-size limit fails with EFBIG, which the store reports and survives, instead of ending the
+    // process.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         rest::configuredServer();
+        recordStatus();
         const int status = service::main(argc, argv);
         // The polling loops never end: passes may be running on other threads right now, using the standard
         // defaults and the queues. The process ends here, without destroying the static objects under them.

@@ -9,6 +9,7 @@
 //   KORBANHOLD_RUNTIME_DIR       the service's socket and the watcher's state file (default $XDG_RUNTIME_DIR/korbanhold)
 //   KORBANHOLD_WATCH_QUEUE_LIMIT a test aid: more events than this in one read count as an overflow of the queue
 
+#include "common/ProgramInfo.h"
 #include "platform/Log.h"
 #include "platform/IpcServiceSocket.h"
 #include "platform/UserDefaults.h"
@@ -48,12 +49,14 @@ int main(int argc, char** argv)
     double rescanSeconds = 600, pollSeconds = 5, takeUpSeconds = 5;
     CLI::App app("The file watcher of the Korbanhold sync service: raises the status when the synced folder changes.",
         "korbanhold-watch");
+    tools::addVersionFlag(app);
     app.add_option("--rescan-interval", rescanSeconds, "Raise the status at least this often (seconds)")
         ->check(CLI::PositiveNumber)->capture_default_str();
     app.add_option("--poll-interval", pollSeconds, "Raise this often while folders cannot be watched (seconds)")
         ->check(CLI::PositiveNumber)->capture_default_str();
     app.add_option("--sync-call-after", takeUpSeconds, "Call SyncFile when no pass takes a raise up this long (seconds)")
         ->check(CLI::PositiveNumber)->capture_default_str();
+    tools::addVersionFlag(app);
     CLI11_PARSE(app, argc, argv);
     const auto milliseconds = [](double seconds) { return std::chrono::milliseconds(std::llround(seconds * 1000)); };
     options.timing.rescan = milliseconds(rescanSeconds);

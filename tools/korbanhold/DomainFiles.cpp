@@ -8,7 +8,7 @@ namespace korbanhold {
 
 platform::UserDefaults preferencesStore()
 {
-    return platform::UserDefaults("korbanhold", platform::preferencesFolder());
+    return platform::UserDefaults("korbanhold", platform::preferencesFolder(), platform::databaseDomainFolder());
 }
 
 DomainFile readDomainFile(platform::UserDefaults& store, std::string_view name)

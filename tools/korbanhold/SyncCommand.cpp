@@ -10,9 +10,16 @@
 #include "service/XPCConnection.h"
 #include "service/XPCParse.h"
 #include "sync/RootGuard.h"
+#include "sync/ServiceStatus.h"
 
+#include <boost/json.hpp>
+
+#include <chrono>
 #include <fstream>
+#include <iostream>
 #include <memory>
+#include <sstream>
+#include <thread>
 
 namespace korbanhold {
 
@@ -24,6 +31,8 @@ struct SyncArguments {
     std::string message;
     std::string debugLog;
     bool confirmDeleteAll = false;
+    bool wait = false;
+    double timeoutSeconds = 120;
     CLI::Option* messageOption = nullptr;
     CLI::Option* debugLogOption = nullptr;
 };
@@ -86,6 +95,87 @@ void send(const Object& message)
         failCommand(exitFailure, "The sync service cannot be reached at " + result.where + ": " + result.reason);
 }
 
+namespace json = boost::json;
+
+// The record `key` of the status file, when the process `pid` wrote it.
+const json::object* recordOf(const json::object& status, std::string_view key, const json::value& pid)
+{
+    const auto* record = status.if_contains(key);
+    const auto* writer = record && record->is_object() ? record->as_object().if_contains("pid") : nullptr;
+    return writer && *writer == pid ? &record->as_object() : nullptr;
+}
+
+std::int64_t passOf(const json::object& record)
+{
+    const auto* pass = record.if_contains("pass");
+    return pass && pass->is_int64() ? pass->as_int64() : 0;
+}
+
+// The status file until `done` finds in it what it waits for, or the time is up.
+template<typename Done>
+std::optional<json::object> waitForStatus(std::chrono::steady_clock::time_point deadline, Done done)
+{
+    for (;;) {
+        json::object status = engine::status::read();
+        if (done(status))
+            return status;
+        if (std::chrono::steady_clock::now() >= deadline)
+            return std::nullopt;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+}
+
+[[noreturn]] void timedOut(double seconds, const std::string& what)
+{
+    std::ostringstream limit;
+    limit << seconds;
+    failCommand(exitFailure, "No " + what + " within " + limit.str() + " s (see korbanhold status)");
+}
+
+// After a SyncFile: waits for the pass that it started (the first pass to end after `before`, the status file as it
+// was before sending), then for that pass's report, and says what happened.
+void waitForOutcome(const json::object& before, double timeoutSeconds)
+{
+    const auto deadline = std::chrono::steady_clock::now()
+        + std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(timeoutSeconds));
+    const auto* beforePass = before.if_contains("lastPass");
+    const json::value previousPass = beforePass ? *beforePass : json::value();
+    // Every pass records its own time, so any other record is a later pass.
+    const auto passEnded = waitForStatus(deadline, [&](const json::object& status) {
+        const auto* pass = status.if_contains("lastPass");
+        return pass && pass->is_object() && *pass != previousPass;
+    });
+    if (!passEnded)
+        timedOut(timeoutSeconds, "pass ended");
+    const json::object& pass = passEnded->at("lastPass").as_object();
+    const json::value pid = pass.at("pid");
+    const auto records = pass.at("records").to_number<std::int64_t>();
+    if (records == 0) {
+        std::cout << "The pass found no change: nothing to report." << std::endl;
+        return;
+    }
+    std::cout << "The pass found " << records << (records == 1 ? " change" : " changes") << "; reporting them."
+              << std::endl;
+    const std::int64_t number = passOf(pass);
+    const auto outcome = waitForStatus(deadline, [&](const json::object& status) {
+        const auto* stored = recordOf(status, "lastStored", pid);
+        const auto* failed = recordOf(status, "lastFailed", pid);
+        return (stored && passOf(*stored) >= number) || (failed && passOf(*failed) >= number);
+    });
+    if (!outcome)
+        timedOut(timeoutSeconds, "report ended");
+    const auto* stored = recordOf(*outcome, "lastStored", pid);
+    if (stored && passOf(*stored) >= number) {
+        std::cout << "The server accepted the report of " << json::serialize(stored->at("records"))
+                  << " records; the table is stored." << std::endl;
+        return;
+    }
+    const auto& failed = *recordOf(*outcome, "lastFailed", pid);
+    failCommand(exitFailure,
+        "The report failed: " + std::string(failed.at("error").as_string()) + " (server URL "
+            + std::string(failed.at("url").as_string()) + ")");
+}
+
 }
 
 void addSyncCommand(CLI::App& app)
@@ -100,10 +190,22 @@ void addSyncCommand(CLI::App& app)
         "Let the next pass delete every item on the server when it finds the synced folder empty");
     arguments->messageOption->excludes(arguments->debugLogOption);
     confirmOption->excludes(arguments->messageOption)->excludes(arguments->debugLogOption);
+    auto* wait = command->add_flag("--wait", arguments->wait,
+        "Wait until the pass this starts and its report have ended, say what happened, and exit 0 only when the "
+        "table was stored or there was nothing to report");
+    // A debug-log message starts no pass: there would be nothing to wait for.
+    wait->excludes(arguments->debugLogOption);
+    command->add_option("--timeout", arguments->timeoutSeconds, "With --wait, give up after this many seconds")
+        ->default_val(arguments->timeoutSeconds)
+        ->check(CLI::PositiveNumber)
+        ->needs(wait);
     command->callback([arguments] {
+        const json::object before = engine::status::read();
         if (arguments->confirmDeleteAll)
             confirmDeleteAll();
         send(messageToSend(*arguments));
+        if (arguments->wait)
+            waitForOutcome(before, arguments->timeoutSeconds);
     });
 }
 

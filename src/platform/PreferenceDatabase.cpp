@@ -1,0 +1,638 @@
+#include "platform/PreferenceDatabase.h"
+
+#include "platform/DateFormat.h"
+#include "platform/Log.h"
+#include "platform/PreferenceFiles.h"
+#include "platform/PreferenceJson.h"
+
+#include <sqlite3.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+#include <system_error>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+// Room left between the `ord` of neighbouring elements when a list is written afresh or appended to.
+constexpr std::int64_t ordSpacing = std::int64_t { 1 } << 16;
+// How far the comparison of the stored list with the new one looks ahead for a run of removed or inserted elements
+// before it takes a difference for a changed element.
+constexpr std::size_t lookAhead = 16;
+
+// A failed SQLite call, with the result code that says whether the file is damaged.
+class SqliteFailure : public std::runtime_error {
+public:
+    SqliteFailure(int code, const std::string& what) : std::runtime_error(what), m_code(code) { }
+    bool meansDamagedFile() const
+    {
+        const int primary = m_code & 0xFF;
+        return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+    }
+
+private:
+    int m_code;
+};
+
+void check(sqlite3* db, int result, const char* what)
+{
+    if (result != SQLITE_OK && result != SQLITE_ROW && result != SQLITE_DONE)
+        throw SqliteFailure(result, std::string(what) + ": " + (db ? sqlite3_errmsg(db) : sqlite3_errstr(result)));
+}
+
+void execute(sqlite3* db, const char* sql) { check(db, sqlite3_exec(db, sql, nullptr, nullptr, nullptr), sql); }
+
+class Statement {
+public:
+    Statement(sqlite3* db, const char* sql) : m_db(db)
+    {
+        check(db, sqlite3_prepare_v2(db, sql, -1, &m_statement, nullptr), sql);
+    }
+    ~Statement() { sqlite3_finalize(m_statement); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    Statement& bind(int index, std::string_view text)
+    {
+        check(m_db, sqlite3_bind_text(m_statement, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC),
+            "bind");
+        return *this;
+    }
+    Statement& bind(int index, std::int64_t number)
+    {
+        check(m_db, sqlite3_bind_int64(m_statement, index, number), "bind");
+        return *this;
+    }
+    Statement& bindNull(int index)
+    {
+        check(m_db, sqlite3_bind_null(m_statement, index), "bind");
+        return *this;
+    }
+    // True while there is a row to read.
+    bool step()
+    {
+        const int result = sqlite3_step(m_statement);
+        check(m_db, result, sqlite3_sql(m_statement));
+        return result == SQLITE_ROW;
+    }
+    // Runs a statement that returns no rows, and makes it ready to run again.
+    void run()
+    {
+        step();
+        reset();
+    }
+    void reset()
+    {
+        sqlite3_reset(m_statement);
+        sqlite3_clear_bindings(m_statement);
+    }
+    std::int64_t integer(int column) const { return sqlite3_column_int64(m_statement, column); }
+    bool isNull(int column) const { return sqlite3_column_type(m_statement, column) == SQLITE_NULL; }
+    std::string_view text(int column) const
+    {
+        const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(m_statement, column));
+        return { bytes ? bytes : "", static_cast<std::size_t>(sqlite3_column_bytes(m_statement, column)) };
+    }
+
+private:
+    sqlite3* m_db;
+    sqlite3_stmt* m_statement = nullptr;
+};
+
+JsonWriteOptions valueTextOptions()
+{
+    JsonWriteOptions options;
+    options.allowFragments = true;
+    options.escapeSlashes = false;
+    return options;
+}
+
+std::string valueText(const Value& value) { return writePreferenceJson(value, valueTextOptions()); }
+
+Value valueOfText(std::string_view text)
+{
+    JsonReadOptions options;
+    options.allowFragments = true;
+    return readPreferenceJson(text, options);
+}
+
+// Equal in everything their stored text shows: kinds, number type codes, key order. (Value's == is looser: it takes
+// true for 1 and ignores the order of keys, and an element it calls equal may still be stored differently.)
+bool identical(const Value& a, const Value& b)
+{
+    if (a.kind() != b.kind())
+        return false;
+    switch (a.kind()) {
+    case Value::Kind::Null:
+        return true;
+    case Value::Kind::String:
+        return a.string() == b.string();
+    case Value::Kind::Number: {
+        const Number& x = a.number();
+        const Number& y = b.number();
+        if (x.type() != y.type())
+            return false;
+        if (x.isFloatingPoint()) {
+            const double dx = x.doubleValue(), dy = y.doubleValue();
+            return std::memcmp(&dx, &dy, sizeof dx) == 0;
+        }
+        return x.isUnsigned() ? x.uint64Value() == y.uint64Value() : x.int64Value() == y.int64Value();
+    }
+    case Value::Kind::Date: {
+        const double dx = a.dateValue(), dy = b.dateValue();
+        return std::memcmp(&dx, &dy, sizeof dx) == 0;
+    }
+    case Value::Kind::Data:
+        return a.bytes() == b.bytes();
+    case Value::Kind::Array: {
+        const auto& x = a.elements();
+        const auto& y = b.elements();
+        if (x.size() != y.size())
+            return false;
+        for (std::size_t i = 0; i < x.size(); ++i)
+            if (!identical(x[i], y[i]))
+                return false;
+        return true;
+    }
+    case Value::Kind::Dictionary: {
+        const auto& x = a.entries();
+        const auto& y = b.entries();
+        if (x.size() != y.size())
+            return false;
+        for (std::size_t i = 0; i < x.size(); ++i)
+            if (x[i].first != y[i].first || !identical(x[i].second, y[i].second))
+                return false;
+        return true;
+    }
+    }
+    return false;
+}
+
+// How the rows of one list change from the stored elements to `next`: each new element either keeps the row of an
+// identical stored one, takes over the row of a changed one, or gets a new row between its neighbours.
+struct ListPlan {
+    std::vector<std::int64_t> ords; // of every element of `next`, in order
+    std::vector<std::int64_t> removed;
+    std::vector<std::size_t> written; // indexes into `next` whose row is inserted or replaced
+    bool rewrite = false; // no room between two rows: the list is written afresh
+};
+
+ListPlan planList(const Array& stored, const std::vector<std::int64_t>& storedOrds, const Array& next)
+{
+    ListPlan plan;
+    plan.ords.reserve(next.size());
+    std::size_t i = 0;
+    std::size_t j = 0;
+    std::int64_t previous = 0;
+    const auto keep = [&](std::int64_t ord, bool write) {
+        plan.ords.push_back(ord);
+        if (write)
+            plan.written.push_back(j);
+        previous = ord;
+        ++j;
+    };
+    while (j < next.size()) {
+        if (i < stored.size() && identical(stored[i], next[j])) {
+            keep(storedOrds[i++], false);
+            continue;
+        }
+        std::size_t removedRun = 0;
+        for (std::size_t d = 1; d <= lookAhead && i + d < stored.size(); ++d)
+            if (identical(stored[i + d], next[j])) {
+                removedRun = d;
+                break;
+            }
+        if (removedRun > 0) {
+            for (std::size_t d = 0; d < removedRun; ++d)
+                plan.removed.push_back(storedOrds[i++]);
+            continue;
+        }
+        std::size_t insertedRun = 0;
+        for (std::size_t e = 1; e <= lookAhead && i < stored.size() && j + e < next.size(); ++e)
+            if (identical(stored[i], next[j + e])) {
+                insertedRun = e;
+                break;
+            }
+        if (insertedRun > 0) {
+            const std::int64_t room = storedOrds[i] - previous - 1;
+            if (room < static_cast<std::int64_t>(insertedRun)) {
+                plan.rewrite = true;
+                return plan;
+            }
+            const std::int64_t step = (room + 1) / static_cast<std::int64_t>(insertedRun + 1);
+            const std::int64_t base = previous;
+            for (std::size_t e = 1; e <= insertedRun; ++e)
+                keep(base + step * static_cast<std::int64_t>(e), true);
+            continue;
+        }
+        if (i < stored.size())
+            keep(storedOrds[i++], true); // the stored element changed
+        else
+            keep(previous + ordSpacing, true); // appended
+    }
+    while (i < stored.size())
+        plan.removed.push_back(storedOrds[i++]);
+    return plan;
+}
+
+ListPlan freshPlan(std::size_t count)
+{
+    ListPlan plan;
+    plan.rewrite = true;
+    plan.ords.reserve(count);
+    plan.written.reserve(count);
+    for (std::size_t j = 0; j < count; ++j) {
+        plan.ords.push_back(ordSpacing * static_cast<std::int64_t>(j + 1));
+        plan.written.push_back(j);
+    }
+    return plan;
+}
+
+std::string timestampForName()
+{
+    const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    return formatDate(now, "yyyyMMdd-HHmmss.SSS");
+}
+
+}
+
+PreferenceDatabase::PreferenceDatabase(std::filesystem::path file, std::filesystem::path legacyJson)
+    : m_file(std::move(file))
+    , m_legacyJson(std::move(legacyJson))
+{
+}
+
+PreferenceDatabase::~PreferenceDatabase() { close(); }
+
+void PreferenceDatabase::close()
+{
+    if (m_db)
+        sqlite3_close_v2(m_db);
+    m_db = nullptr;
+    // data_version numbers belong to one connection.
+    m_snapshot = Snapshot();
+}
+
+namespace {
+
+sqlite3* openConnection(const std::filesystem::path& file, int flags, const std::string& uri = {})
+{
+    sqlite3* db = nullptr;
+    const int opened = sqlite3_open_v2(uri.empty() ? file.c_str() : uri.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    if (opened != SQLITE_OK) {
+        const std::string message = db ? sqlite3_errmsg(db) : sqlite3_errstr(opened);
+        sqlite3_close_v2(db);
+        throw SqliteFailure(opened, "Cannot open " + file.string() + ": " + message);
+    }
+    sqlite3_busy_timeout(db, 30'000);
+    return db;
+}
+
+// The URI that opens `file` as immutable: the way SQLite reads a WAL database in a folder where it cannot create
+// the shared-memory index.
+std::string immutableUri(const std::filesystem::path& file)
+{
+    std::string uri = "file:";
+    for (const char c : file.string()) {
+        if (c == '%' || c == '?' || c == '#') {
+            char escaped[4];
+            std::snprintf(escaped, sizeof escaped, "%%%02X", static_cast<unsigned char>(c));
+            uri += escaped;
+        } else {
+            uri += c;
+        }
+    }
+    return uri + "?immutable=1";
+}
+
+}
+
+// Opens the database, for writing when `create` (then creating it and its folder). False when there is no database
+// to read. A database that cannot be opened for writing (a read-only folder or file system) is opened to be read.
+bool PreferenceDatabase::open(bool create)
+{
+    if (m_db && m_readOnly && create)
+        close();
+    if (m_db)
+        return true;
+    if (create)
+        ensureFolder(m_file.parent_path());
+    else if (struct stat status {}; ::stat(m_file.c_str(), &status) != 0)
+        return false;
+    try {
+        m_db = openConnection(m_file, SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0));
+        m_readOnly = false;
+        execute(m_db, "PRAGMA journal_mode=WAL");
+        execute(m_db, "PRAGMA synchronous=FULL");
+        execute(m_db,
+            "CREATE TABLE IF NOT EXISTS domain_state(id INTEGER PRIMARY KEY CHECK (id = 1), present INTEGER NOT NULL);"
+            "CREATE TABLE IF NOT EXISTS domain_keys(position INTEGER PRIMARY KEY, key TEXT NOT NULL UNIQUE, value TEXT);"
+            "CREATE TABLE IF NOT EXISTS list_rows(key TEXT NOT NULL, ord INTEGER NOT NULL, value TEXT NOT NULL,"
+            " PRIMARY KEY (key, ord)) WITHOUT ROWID;"
+            "SELECT count(*) FROM domain_state;");
+    } catch (const SqliteFailure& failure) {
+        close();
+        if (create || failure.meansDamagedFile())
+            throw;
+        m_db = openConnection(m_file, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, immutableUri(m_file));
+        m_readOnly = true;
+    }
+    if (struct stat status {}; ::stat(m_file.c_str(), &status) == 0) {
+        m_device = status.st_dev;
+        m_inode = status.st_ino;
+    }
+    return true;
+}
+
+// True when the file this connection has open is no longer the one at m_file (moved aside, or replaced).
+bool PreferenceDatabase::fileChangedUnderUs() const
+{
+    struct stat status {};
+    return ::stat(m_file.c_str(), &status) != 0 || status.st_dev != m_device || status.st_ino != m_inode;
+}
+
+std::int64_t PreferenceDatabase::dataVersion()
+{
+    Statement version(m_db, "PRAGMA data_version");
+    version.step();
+    return version.integer(0);
+}
+
+std::optional<Value> PreferenceDatabase::read()
+{
+    try {
+        if (m_db && fileChangedUnderUs())
+            close();
+        if (!m_db && !open(false)) {
+            m_snapshot = Snapshot();
+            if (std::filesystem::exists(m_legacyJson))
+                importLegacyJson();
+            return m_snapshot.domain;
+        }
+        const std::int64_t version = dataVersion();
+        if (!m_snapshot.valid || version != m_snapshot.dataVersion) {
+            execute(m_db, "BEGIN");
+            try {
+                load();
+                execute(m_db, "COMMIT");
+            } catch (...) {
+                sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+                throw;
+            }
+            m_snapshot.dataVersion = version;
+        }
+        return m_snapshot.domain;
+    } catch (const SqliteFailure& failure) {
+        if (failure.meansDamagedFile()) {
+            moveAside(failure.what());
+            return std::nullopt;
+        }
+        // Busy past the time-out, out of memory: keep what was read last rather than report a stored table as gone.
+        log("Could not read preference database %@: %@", m_file.string(), failure.what());
+        return m_snapshot.domain;
+    }
+}
+
+// Reads the whole domain (inside a transaction that the caller holds). A stored text that is not a value means the
+// file was damaged or edited by something else than this store.
+void PreferenceDatabase::load()
+{
+    try {
+        loadRows();
+    } catch (const JsonError& error) {
+        throw SqliteFailure(SQLITE_CORRUPT, "a stored value is not valid: " + error.reason());
+    }
+}
+
+void PreferenceDatabase::loadRows()
+{
+    ++m_loadCount;
+    Snapshot snapshot;
+    snapshot.valid = true;
+    Statement state(m_db, "SELECT present FROM domain_state WHERE id = 1");
+    if (!state.step() || state.integer(0) == 0) {
+        m_snapshot = std::move(snapshot);
+        return;
+    }
+    Entries entries;
+    Statement keys(m_db, "SELECT key, value FROM domain_keys ORDER BY position");
+    Statement rows(m_db, "SELECT ord, value FROM list_rows WHERE key = ? ORDER BY ord");
+    while (keys.step()) {
+        std::string key(keys.text(0));
+        if (!keys.isNull(1)) {
+            std::string text(keys.text(1));
+            entries.emplace_back(key, valueOfText(text));
+            snapshot.keys.push_back({ std::move(key), std::move(text) });
+            continue;
+        }
+        Array elements;
+        auto& ords = snapshot.ords[key];
+        rows.bind(1, key);
+        while (rows.step()) {
+            ords.push_back(rows.integer(0));
+            elements.push_back(valueOfText(rows.text(1)));
+        }
+        rows.reset();
+        snapshot.keys.push_back({ key, std::nullopt });
+        entries.emplace_back(std::move(key), Value::arrayOf(std::move(elements)));
+    }
+    snapshot.domain = Value::dictionaryOf(std::move(entries));
+    m_snapshot = std::move(snapshot);
+}
+
+void PreferenceDatabase::importLegacyJson()
+{
+    std::optional<Value> domain;
+    try {
+        domain = readPreferenceJson(readWholeFile(m_legacyJson).bytes);
+        if (!domain->isDictionary())
+            throw JsonError("it holds " + std::string(domain->className()) + " instead of a dictionary");
+    } catch (const std::exception& error) {
+        const auto aside = m_legacyJson.string() + ".invalid";
+        std::rename(m_legacyJson.c_str(), aside.c_str());
+        log("Preference domain file %@ is not valid and was moved to %@ without being imported: %@",
+            m_legacyJson.string(), aside, error.what());
+        return;
+    }
+    try {
+        write(*domain);
+    } catch (const PreferenceDatabaseError& error) {
+        // The file stays where it is, so that nothing is lost; the domain is read from it until an import succeeds.
+        log("Could not import preference domain file %@ into %@: %@", m_legacyJson.string(), m_file.string(),
+            error.what());
+        m_snapshot = Snapshot();
+        m_snapshot.domain = std::move(domain);
+    }
+}
+
+void PreferenceDatabase::write(const Value& domain)
+{
+    for (int attempt = 0;; ++attempt) {
+        try {
+            if (m_db && fileChangedUnderUs())
+                close();
+            open(true);
+            execute(m_db, "BEGIN IMMEDIATE");
+            try {
+                const std::int64_t version = dataVersion();
+                if (!m_snapshot.valid || version != m_snapshot.dataVersion) {
+                    load();
+                    m_snapshot.dataVersion = version;
+                }
+                writeInTransaction(domain);
+                execute(m_db, "COMMIT");
+            } catch (...) {
+                sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+                m_snapshot.valid = false;
+                throw;
+            }
+            break;
+        } catch (const SqliteFailure& failure) {
+            if (!failure.meansDamagedFile() || attempt > 0)
+                throw PreferenceDatabaseError(failure.what());
+            moveAside(failure.what());
+        }
+    }
+    // The domain is in the database now; the former file must not be imported over it later.
+    if (std::filesystem::exists(m_legacyJson)) {
+        const auto aside = m_legacyJson.string() + ".imported";
+        if (std::rename(m_legacyJson.c_str(), aside.c_str()) == 0)
+            log("Preference domain file %@ was imported into %@ and moved to %@", m_legacyJson.string(),
+                m_file.string(), aside);
+    }
+}
+
+// Writes the rows of `domain` that differ from m_snapshot, then makes m_snapshot what a reader would now read.
+void PreferenceDatabase::writeInTransaction(const Value& domain)
+{
+    std::vector<StoredKey> keys;
+    Entries stored;
+    for (const auto& [key, value] : domain.entries()) {
+        if (value.isArray()) {
+            keys.push_back({ key, std::nullopt });
+            continue;
+        }
+        std::string text = valueText(value);
+        stored.emplace_back(key, valueOfText(text));
+        keys.push_back({ key, std::move(text) });
+    }
+    if (!m_snapshot.domain)
+        execute(m_db, "INSERT OR REPLACE INTO domain_state(id, present) VALUES (1, 1)");
+    if (!m_snapshot.domain || keys != m_snapshot.keys) {
+        execute(m_db, "DELETE FROM domain_keys");
+        Statement insert(m_db, "INSERT INTO domain_keys(position, key, value) VALUES (?, ?, ?)");
+        for (std::size_t position = 0; position < keys.size(); ++position) {
+            insert.bind(1, static_cast<std::int64_t>(position)).bind(2, keys[position].key);
+            if (keys[position].text)
+                insert.bind(3, *keys[position].text);
+            else
+                insert.bindNull(3);
+            insert.run();
+        }
+    }
+    // Lists that are gone, or are no longer lists.
+    Statement dropList(m_db, "DELETE FROM list_rows WHERE key = ?");
+    for (const auto& [key, ords] : m_snapshot.ords) {
+        const Value* now = domain.find(key);
+        if (!now || !now->isArray())
+            dropList.bind(1, key).run();
+    }
+
+    std::map<std::string, std::vector<std::int64_t>, std::less<>> ords;
+    Entries entries;
+    std::size_t scalar = 0;
+    for (const auto& [key, value] : domain.entries()) {
+        if (!value.isArray()) {
+            entries.push_back(std::move(stored[scalar++]));
+            continue;
+        }
+        const Value* before = m_snapshot.domain ? m_snapshot.domain->find(key) : nullptr;
+        const auto beforeOrds = m_snapshot.ords.find(key);
+        const bool hadList = before && before->isArray() && beforeOrds != m_snapshot.ords.end();
+        static const Array none;
+        const Array& previous = hadList ? before->elements() : none;
+        ListPlan plan = hadList ? planList(previous, beforeOrds->second, value.elements()) : freshPlan(value.count());
+        if (plan.rewrite && hadList) {
+            dropList.bind(1, key).run();
+            plan = freshPlan(value.count());
+        }
+        Statement remove(m_db, "DELETE FROM list_rows WHERE key = ? AND ord = ?");
+        for (const std::int64_t ord : plan.removed)
+            remove.bind(1, key).bind(2, ord).run();
+        m_rowsWritten += plan.removed.size() + plan.written.size();
+        Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
+        // What a reader gets back: the stored elements that were kept, and the written ones as their text reads.
+        Array elements;
+        elements.reserve(value.count());
+        std::size_t nextWritten = 0;
+        std::size_t nextKept = 0;
+        for (std::size_t j = 0; j < value.count(); ++j) {
+            if (nextWritten < plan.written.size() && plan.written[nextWritten] == j) {
+                ++nextWritten;
+                const std::string text = valueText(value.at(j));
+                put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
+                elements.push_back(valueOfText(text));
+                continue;
+            }
+            // A kept element: find the stored one with this ord (they come in order).
+            while (beforeOrds->second[nextKept] != plan.ords[j])
+                ++nextKept;
+            elements.push_back(previous[nextKept]);
+        }
+        ords.emplace(key, std::move(plan.ords));
+        entries.emplace_back(key, Value::arrayOf(std::move(elements)));
+    }
+    m_snapshot.domain = Value::dictionaryOf(std::move(entries));
+    m_snapshot.keys = std::move(keys);
+    m_snapshot.ords = std::move(ords);
+    m_snapshot.valid = true;
+}
+
+void PreferenceDatabase::remove()
+{
+    try {
+        if (m_db && fileChangedUnderUs())
+            close();
+        if (!open(false))
+            return;
+        execute(m_db, "BEGIN IMMEDIATE");
+        try {
+            execute(m_db, "DELETE FROM list_rows; DELETE FROM domain_keys;"
+                          "INSERT OR REPLACE INTO domain_state(id, present) VALUES (1, 0)");
+            execute(m_db, "COMMIT");
+        } catch (...) {
+            sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+            throw;
+        }
+        m_snapshot = Snapshot();
+        m_snapshot.valid = true;
+        m_snapshot.dataVersion = dataVersion();
+    } catch (const SqliteFailure& failure) {
+        if (!failure.meansDamagedFile())
+            throw PreferenceDatabaseError(failure.what());
+        moveAside(failure.what());
+    }
+}
+
+void PreferenceDatabase::moveAside(const std::string& reason)
+{
+    close();
+    const std::string aside = m_file.string() + ".corrupt-" + timestampForName();
+    const bool moved = std::rename(m_file.c_str(), aside.c_str()) == 0;
+    // The write-ahead log and its index belong to the damaged file.
+    for (const char* suffix : { "-wal", "-shm" })
+        std::rename((m_file.string() + suffix).c_str(), (aside + suffix).c_str());
+    if (moved)
+        log("Preference database %@ is not valid and was moved to %@; the domain reads as absent: %@",
+            m_file.string(), aside, reason);
+    else
+        log("Preference database %@ is not valid and could not be moved aside (%@); the domain reads as absent: %@",
+            m_file.string(), std::strerror(errno), reason);
+}
+
+}

@@ -1,0 +1,288 @@
+// The service's own domain in its SQLite database: what is stored reads back exactly, a store writes only the rows
+// that differ, another connection's store is seen by the next read, the former JSON file is imported once, and a
+// damaged file, a read-only folder or a full disk lose nothing and stop nothing.
+
+#include "platform/PreferenceDatabase.h"
+#include "platform/UserDefaults.h"
+
+#include "helpers/TableVersions.h"
+#include "support/LogCapture.h"
+#include "support/Process.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <functional>
+#include <fstream>
+#include <random>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using platform::PreferenceDatabase;
+using platform::UserDefaults;
+using platform::Value;
+using testsupport::LogCapture;
+using testsupport::TempDir;
+
+namespace {
+
+constexpr const char* serviceDomain = "Ulmaridon.SyncFilesXpcService";
+
+Value recordNumber(int i, const std::string& fileID = "7")
+{
+    const std::string number = std::to_string(i);
+    return Value::dictionary({ { "FileIDKey", fileID }, { "BaseSystemFileIDKey", number },
+        { "BaseSystemFilePathKey", "/home/ann/Korbanhold/f" + number }, { "removeKey", "1" } });
+}
+
+Value tableOf(int count)
+{
+    platform::Array records;
+    for (int i = 0; i < count; ++i)
+        records.push_back(recordNumber(i));
+    return Value::arrayOf(std::move(records));
+}
+
+std::filesystem::path databaseIn(const TempDir& folder) { return folder / (std::string(serviceDomain) + ".sqlite"); }
+
+void writeFile(const std::filesystem::path& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// Stores a table of 100 records, runs `scenario` in a child process (its exit status says whether what it checks
+// held), and checks that the stored table is still the one of 100 records. The status of the child, or -1.
+int storedTableSurvivesAChild(const TempDir& folder, const std::function<int()>& scenario)
+{
+    {
+        UserDefaults store(serviceDomain, folder.path());
+        store.setObject(tableOf(100), "FileWatchedDataKey");
+    }
+    const pid_t child = ::fork();
+    if (child == 0)
+        ::_exit(scenario());
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    ::chmod(folder.string().c_str(), 0700);
+    UserDefaults store(serviceDomain, folder.path());
+    EXPECT_EQ(*store.objectForKey("FileWatchedDataKey"), tableOf(100));
+    return WEXITSTATUS(status);
+}
+
+// True when a line starting with "Could not write preference domain" is logged while the object lives.
+class WriteFailureLine {
+public:
+    WriteFailureLine()
+    {
+        platform::setLogSink([this](std::string_view text) {
+            m_logged = m_logged || text.starts_with("Could not write preference domain Ulmaridon.SyncFilesXpcService");
+        });
+    }
+    ~WriteFailureLine() { platform::setLogSink({}); }
+    bool logged() const { return m_logged; }
+
+private:
+    bool m_logged = false;
+};
+
+bool anyLineContains(const LogCapture& log, const std::string& text)
+{
+    for (const auto& line : log.lines())
+        if (line.find(text) != std::string::npos)
+            return true;
+    return false;
+}
+
+}
+
+TEST(PreferenceDatabase, TheServiceDomainIsADatabaseAndReadsBackExactlyInAnotherObject)
+{
+    TempDir folder;
+    // Odd records keep what they are: numbers with their type, null, a date, a nested list, a missing key.
+    Value table = tableOf(3);
+    table.append(Value::dictionary({ { "BaseSystemFileIDKey", Value::integer(12) }, { "FileIDKey", Value::null() },
+        { "fileSizeKey", Value::real(0.5) }, { "when", Value::date(1.7e9) }, { "list", Value::array({ "a", Value::boolean(true) }) } }));
+    table.append(Value("not a record"));
+    {
+        UserDefaults store(serviceDomain, folder.path());
+        store.setObject(table, "FileWatchedDataKey");
+        store.setObject(Value("x"), "AnotherKey");
+        EXPECT_TRUE(store.synchronize());
+    }
+    EXPECT_TRUE(std::filesystem::is_regular_file(databaseIn(folder)));
+    EXPECT_FALSE(std::filesystem::exists(folder / (std::string(serviceDomain) + ".json")));
+    UserDefaults reader("korbanhold", folder.path());
+    const auto domain = reader.persistentDomainForName(serviceDomain);
+    ASSERT_TRUE(domain);
+    EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey", "AnotherKey" }));
+    EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
+    EXPECT_EQ(reader.persistentDomainNames(), std::vector<std::string> { serviceDomain });
+    EXPECT_EQ(reader.pathOf(serviceDomain), databaseIn(folder));
+}
+
+TEST(PreferenceDatabase, AStoreWritesOnlyTheRowsThatDiffer)
+{
+    TempDir folder;
+    PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+    Value table = tableOf(2000);
+    database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
+    EXPECT_EQ(database.rowsWritten(), 2000u);
+
+    table.replaceAt(500, recordNumber(500, "changed"));
+    table.removeAt(1200);
+    table.insert(recordNumber(9999), 700);
+    table.append(recordNumber(10000));
+    database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
+    EXPECT_EQ(database.rowsWritten(), 2000u + 3u + 1u); // three rows written, one removed
+
+    PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+    EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
+}
+
+TEST(PreferenceDatabase, AnotherConnectionsStoreIsSeenByTheNextReadAndAnUnchangedDomainIsNotReadAgain)
+{
+    TempDir folder;
+    UserDefaults service(serviceDomain, folder.path());
+    UserDefaults other("korbanhold", folder.path());
+    service.setObject(tableOf(10), "FileWatchedDataKey");
+    ASSERT_EQ(service.objectForKey("FileWatchedDataKey")->count(), 10u);
+    const auto loads = service.parseCount();
+    service.objectForKey("FileWatchedDataKey");
+    EXPECT_EQ(service.parseCount(), loads);
+
+    other.setPersistentDomain(Value::dictionary({ { "FileWatchedDataKey", tableOf(4) } }), serviceDomain);
+    EXPECT_EQ(service.objectForKey("FileWatchedDataKey")->count(), 4u);
+    other.removePersistentDomainForName(serviceDomain);
+    EXPECT_FALSE(service.objectForKey("FileWatchedDataKey"));
+    EXPECT_FALSE(other.persistentDomainForName(serviceDomain));
+}
+
+TEST(PreferenceDatabase, TheFormerJsonFileIsImportedOnceAndMovedAside)
+{
+    TempDir folder;
+    const auto json = folder / (std::string(serviceDomain) + ".json");
+    writeFile(json, R"({"FileWatchedDataKey":[{"FileIDKey":"3","BaseSystemFileIDKey":"41"}],"other":1})");
+    LogCapture log;
+    UserDefaults store(serviceDomain, folder.path());
+    const auto table = store.objectForKey("FileWatchedDataKey");
+    ASSERT_TRUE(table);
+    EXPECT_EQ(*table, Value::array({ Value::dictionary({ { "FileIDKey", "3" }, { "BaseSystemFileIDKey", "41" } }) }));
+    EXPECT_FALSE(std::filesystem::exists(json));
+    EXPECT_TRUE(std::filesystem::exists(json.string() + ".imported"));
+    EXPECT_TRUE(anyLineContains(log, "was imported into"));
+
+    UserDefaults later("korbanhold", folder.path());
+    EXPECT_EQ(later.persistentDomainForName(serviceDomain)->keys(),
+        (std::vector<std::string> { "FileWatchedDataKey", "other" }));
+}
+
+TEST(PreferenceDatabase, AFileThatIsNotADatabaseIsLoggedMovedAsideAndReadsAsAbsent)
+{
+    TempDir folder;
+    writeFile(databaseIn(folder), std::string(8192, 'x'));
+    LogCapture log;
+    UserDefaults store(serviceDomain, folder.path());
+    EXPECT_FALSE(store.objectForKey("FileWatchedDataKey"));
+    EXPECT_EQ(log.countStartingWith("Preference database " + databaseIn(folder).string() + " is not valid"), 1u);
+    EXPECT_FALSE(std::filesystem::exists(databaseIn(folder)));
+    store.setObject(tableOf(2), "FileWatchedDataKey");
+    EXPECT_TRUE(store.synchronize());
+    EXPECT_EQ(store.objectForKey("FileWatchedDataKey")->count(), 2u);
+}
+
+TEST(PreferenceDatabase, ATruncatedDatabaseIsLoggedMovedAsideAndReadsAsAbsent)
+{
+    TempDir folder;
+    {
+        UserDefaults store(serviceDomain, folder.path());
+        store.setObject(tableOf(5000), "FileWatchedDataKey");
+    }
+    std::filesystem::resize_file(databaseIn(folder), std::filesystem::file_size(databaseIn(folder)) / 2);
+    LogCapture log;
+    UserDefaults store(serviceDomain, folder.path());
+    EXPECT_FALSE(store.objectForKey("FileWatchedDataKey"));
+    EXPECT_EQ(log.countStartingWith("Preference database " + databaseIn(folder).string() + " is not valid"), 1u);
+    EXPECT_FALSE(std::filesystem::exists(databaseIn(folder)));
+}
+
+TEST(PreferenceDatabase, AReadOnlyFolderKeepsTheStoredTableReadableAndFailsTheStoreWithALine)
+{
+    TempDir folder;
+    // In a child process, the folder becomes read-only: a read-only bind mount in a mount namespace of its own
+    // (permissions do not bind root), or its permissions.
+    const int status = storedTableSurvivesAChild(folder, [&] {
+        const std::string path = folder.string();
+        const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
+            && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+            && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
+            && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
+        if (!mounted && (::geteuid() == 0 || ::chmod(path.c_str(), 0500) != 0))
+            return 2; // nothing would be read-only here
+        WriteFailureLine line;
+        UserDefaults store(serviceDomain, folder.path());
+        const bool readable = store.objectForKey("FileWatchedDataKey") == tableOf(100);
+        store.setObject(tableOf(3), "FileWatchedDataKey");
+        const bool failed = !store.synchronize();
+        const bool kept = store.objectForKey("FileWatchedDataKey") == tableOf(100);
+        return readable && failed && line.logged() && kept ? 0 : 1;
+    });
+    if (status == 2)
+        GTEST_SKIP() << "no mount namespace here, and permissions do not bind root";
+    EXPECT_EQ(status, 0);
+}
+
+TEST(PreferenceDatabase, AFullDiskFailsTheStoreWithALineAndKeepsTheStoredTable)
+{
+    TempDir folder;
+    // A child process whose files cannot grow past 64 KiB stores a table of half a megabyte.
+    const int status = storedTableSurvivesAChild(folder, [&] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit { 64 * 1024, 64 * 1024 };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        WriteFailureLine line;
+        UserDefaults store(serviceDomain, folder.path());
+        store.setObject(tableOf(5000), "FileWatchedDataKey");
+        const bool failed = !store.synchronize();
+        const auto table = store.objectForKey("FileWatchedDataKey");
+        return failed && line.logged() && table && table->count() == 100 ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST(PreferenceDatabase, AStoreKilledAtAnyMomentLeavesTheOldTableOrTheNewOneTwoHundredTimes)
+{
+    // About 10 s: 200 writer processes, each killed at a random moment of its first 20 ms after its first store.
+    TempDir folder;
+    testsupport::ProcessOptions options;
+    options.environment = { { "KORBANHOLD_PREFERENCES_DIR", folder.string() } };
+    const auto program = testsupport::builtProgram("tests/helpers/table_store");
+    std::mt19937 random(20261124);
+    std::int64_t lastGeneration = 0;
+    int advanced = 0;
+    for (int kill = 0; kill < 200; ++kill) {
+        testsupport::Process writer(program, {}, options);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (writer.standardOutputSoFar().empty() && !writer.hasEnded()
+            && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
+        ::kill(writer.pid(), SIGKILL);
+        const auto result = writer.wait();
+        ASSERT_EQ(result.signal, SIGKILL) << result.standardError;
+
+        UserDefaults reader("korbanhold", folder.path());
+        const auto domain = reader.persistentDomainForName(testsupport::tableVersionsDomain);
+        const std::int64_t generation = domain ? testsupport::generationOf(*domain) : 0;
+        ASSERT_GE(generation, lastGeneration) << "after kill " << kill << ": a torn or older table";
+        advanced += generation > lastGeneration;
+        lastGeneration = generation;
+    }
+    // Every writer stored at least once before it was killed.
+    EXPECT_EQ(advanced, 200);
+}
