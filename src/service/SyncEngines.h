@@ -19,11 +19,8 @@ namespace service {
 
 std::shared_ptr<engine::SyncFilesXpcService> syncEngineForRequest();
 
-// The file in which the running service says its mode ("guarded" or "strict", one line): "sync-mode" in the runtime
-// folder of its socket. Absent when there is no runtime folder.
-std::optional<std::filesystem::path> syncModePath();
-// Logs the mode the service runs in and, when the service listens on its own socket in the runtime folder, writes
-// it to syncModePath() for `korbanhold status`. Called once the service serves.
+// Logs the mode the service runs in and records it in the service's status file (sync/ServiceStatus.h) for
+// `korbanhold status`. Called once the service serves.
 void announceSyncMode(const engine::SyncPolicy& policy);
 
 }

@@ -17,6 +17,7 @@
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
+#include <chrono>
 #include <vector>
 
 namespace engine {
@@ -221,11 +222,14 @@ void SyncFilesXpcService::retryReport(const std::string& reason)
     auto self = shared_from_this();
     auto delay = m_reportRetry.failed([self] {
         platform::log("Retrying the batch report: FileWatcher 1");
+        status::retryCleared();
         self->raiseStatus();
     });
-    if (delay)
+    if (delay) {
         platform::log("The batch report stored nothing complete (%@); it is retried in %@ ms", std::string_view(reason),
             static_cast<long long>(delay->count()));
+        status::retryScheduled(std::chrono::duration<double>(*delay).count());
+    }
 }
 
 void SyncFilesXpcService::raiseStatus()

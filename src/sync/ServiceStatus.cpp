@@ -75,6 +75,23 @@ void recordTo(std::filesystem::path file)
     state.file = std::move(file);
 }
 
+void modeChosen(std::string_view mode)
+{
+    record([mode](Recorder& state) { state.contents["mode"] = mode; });
+}
+
+void retryScheduled(double delaySeconds)
+{
+    record([delaySeconds](Recorder& state) {
+        state.contents["retryPending"] = boost::json::object { { "at", now() + delaySeconds } };
+    });
+}
+
+void retryCleared()
+{
+    record([](Recorder& state) { state.contents.erase("retryPending"); });
+}
+
 void passEnded(std::size_t records)
 {
     record([records](Recorder& state) {

@@ -9,6 +9,8 @@
 // engine goes on without it.
 //
 //   { "pid": 4242,                                            the process that wrote the file
+//     "mode": "guarded",                                      "strict" or "guarded" (SyncPolicy), once it serves
+//     "retryPending": { "at": 1795000002.5 },                 when a failed report's retry raises the status
 //     "lastPass":   { "pid": 4242, "pass": 7, "at": 1795000000.5, "records": 3 },
 //     "lastStored": { "pid": 4242, "pass": 7, "at": ..., "records": 3 },
 //     "lastFailed": { "pid": 4242, "pass": 6, "at": ..., "error": "...", "url": "http://host:port/Korbanhold..." },
@@ -35,6 +37,12 @@ std::filesystem::path filePath();
 // From now on records go to `file`, which keeps what was in it until something new of the same kind is recorded.
 void recordTo(std::filesystem::path file);
 
+// The service serves in `mode` ("strict" or "guarded").
+void modeChosen(std::string_view mode);
+// A failed report's retry will raise the status `delaySeconds` from now.
+void retryScheduled(double delaySeconds);
+// The retry that waited has raised the status.
+void retryCleared();
 // A pass that ran has ended, handing `records` change records to the report (0: nothing to report).
 void passEnded(std::size_t records);
 // The server accepted the report of `records` records, and the table is stored.

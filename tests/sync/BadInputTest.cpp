@@ -148,8 +148,9 @@ TEST_F(BadInput, FileNumberThatIsANumberNeverMatchesAnItem)
     std::sort(lines.begin(), lines.end());
     EXPECT_EQ(lines, (Lines { "Created a.txt", "Deleted x.txt" }));
     for (const Value& change : changes().elements()) {
-        if (text(change, "changeTypeKey") == "Deleted")
+        if (text(change, "changeTypeKey") == "Deleted") {
             EXPECT_TRUE(change.find("BaseSystemFileIDKey")->isNumber());
+        }
     }
 }
 

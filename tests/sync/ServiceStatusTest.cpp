@@ -76,3 +76,16 @@ TEST_F(ServiceStatus, SkippedNamesAreTheLatestOnesEachOnce)
     EXPECT_EQ(names.back(), "/k/name10#");
     EXPECT_EQ(std::count(names.begin(), names.end(), json::value("/k/name10#")), 1);
 }
+
+TEST_F(ServiceStatus, TheModeAndAWaitingRetryAreWrittenAndTheRetryGoesOnceItHasRaised)
+{
+    status::modeChosen("guarded");
+    status::retryScheduled(4.0);
+    auto contents = written();
+    EXPECT_EQ(contents.at("mode"), "guarded");
+    EXPECT_GT(contents.at("retryPending").at("at").to_number<double>(), 1.7e9);
+    status::retryCleared();
+    contents = written();
+    EXPECT_FALSE(contents.contains("retryPending"));
+    EXPECT_EQ(contents.at("mode"), "guarded");
+}

@@ -112,6 +112,8 @@ TEST_F(StatusCommand, PrintsTheKeysTheServiceReadsAndTheSizesOfItsLists)
             + "): changes wait for a raise by hand\n"
         "Synced folder: /home/ann/Korbanhold (not there)\n"
         "Status file: " + (state / "status.json").string() + " (nothing recorded yet)\n"
+        "Mode: unknown (no service has recorded one)\n"
+        "Retry pending: none\n"
         "Last pass: none\n"
         "Last stored report: none\n"
         "Last failed report: none\n"
@@ -230,7 +232,7 @@ TEST_F(StatusCommand, ShowsTheSyncedFolderAndWhatTheServiceRecorded)
     std::filesystem::create_directories(root.path() / "Korbanhold");
     store("Ulmaridon.Korbanhold", Value::dictionary({ { "korbanholdPathKey", Value(root.path().string()) } }));
     testsupport::writeFile(state / "status.json",
-        R"({"pid":42,"lastPass":{"pid":42,"pass":3,"at":0,"records":2},)"
+        R"({"pid":42,"mode":"strict","retryPending":{"at":0},"lastPass":{"pid":42,"pass":3,"at":0,"records":2},)"
         R"("lastStored":{"pid":42,"pass":2,"at":0,"records":1},)"
         R"("lastFailed":{"pid":42,"pass":3,"at":0,"error":"could not connect","url":"http://h:1/KorbanholdRestService/x"},)"
         R"("skippedNames":["/home/ann/Korbanhold/a#b"]})");
@@ -240,6 +242,8 @@ TEST_F(StatusCommand, ShowsTheSyncedFolderAndWhatTheServiceRecorded)
     const auto& out = result.standardOutput;
     EXPECT_TRUE(contains(out, "Synced folder: " + (root.path() / "Korbanhold").string() + " (there)\n")) << out;
     EXPECT_TRUE(contains(out, "(written by pid 42)\n")) << out;
+    EXPECT_TRUE(contains(out, "Mode: strict (the system exactly as designed, KORBANHOLD_STRICT=1)\n")) << out;
+    EXPECT_TRUE(contains(out, "Retry pending: the status is raised again at ")) << out;
     EXPECT_TRUE(contains(out, "Last pass: pass 3 at ")) << out;
     EXPECT_TRUE(contains(out, ", 2 records\nLast stored report: pass 2 at ")) << out;
     EXPECT_TRUE(contains(out, ": could not connect (http://h:1/KorbanholdRestService/x)\n")) << out;
@@ -251,6 +255,7 @@ TEST_F(StatusCommand, ShowsTheSyncedFolderAndWhatTheServiceRecorded)
     EXPECT_EQ(report.at("syncedFolder").at("exists"), true);
     EXPECT_EQ(report.at("socket").at("answers"), false);
     EXPECT_EQ(report.at("service").at("lastFailed").at("url"), "http://h:1/KorbanholdRestService/x");
+    EXPECT_EQ(report.at("service").at("mode"), "strict");
     EXPECT_EQ(report.at("domains").at("Ulmaridon.Korbanhold").at("keys").at("korbanholdPathKey"), boost::json::value(root.path().string()));
 }
 

@@ -246,6 +246,18 @@ void printText(const Status& status)
               << (service.contains("pid") ? " (written by pid " + json::serialize(service.at("pid")) + ")"
                                           : " (nothing recorded yet)")
               << '\n';
+    const auto* mode = service.if_contains("mode");
+    if (!mode || !mode->is_string())
+        std::cout << "Mode: unknown (no service has recorded one)\n";
+    else
+        std::cout << "Mode: " << text(*mode)
+                  << (text(*mode) == "strict" ? " (the system exactly as designed, KORBANHOLD_STRICT=1)"
+                                              : " (the safeguards of docs/safeguards.md are on)")
+                  << '\n';
+    const auto* retry = service.if_contains("retryPending");
+    std::cout << "Retry pending: "
+              << (retry && retry->is_object() ? "the status is raised again at " + when(retry->as_object()) : "none")
+              << '\n';
     std::cout << "Last pass: " << describeRecord(service, "lastPass") << '\n';
     std::cout << "Last stored report: " << describeRecord(service, "lastStored") << '\n';
     std::cout << "Last failed report: " << describeRecord(service, "lastFailed") << '\n';
