@@ -14,7 +14,7 @@
 //    the watcher's memory over that tree; beside it `find`, `git add -A` and `git status` on the same tree.
 // Prints figures; asserts nothing.
 
-#include "support/Programs.h"
+#include "BenchSupport.h"
 
 #include "platform/UserDefaults.h"
 #include "platform/Value.h"
@@ -45,7 +45,7 @@ std::size_t occurrences(const std::string& text, const std::string& part)
 }
 
 // Runs a shell command; its standard output.
-std::string shell(const std::string& command)
+std::string shellOutput(const std::string& command)
 {
     std::string output;
     if (FILE* pipe = ::popen(command.c_str(), "r")) {
@@ -60,7 +60,7 @@ std::string shell(const std::string& command)
 double timeOf(const std::string& command)
 {
     const auto start = Clock::now();
-    shell(command + " >/dev/null 2>&1");
+    shellOutput(command + " >/dev/null 2>&1");
     return seconds(Clock::now() - start);
 }
 
@@ -178,7 +178,7 @@ public:
 
     std::size_t serverFiles() const
     {
-        const auto count = shell("curl -s 'http://127.0.0.1:" + m_port + "/devserver/files?computer=1' | jq length");
+        const auto count = shellOutput("curl -s 'http://127.0.0.1:" + m_port + "/devserver/files?computer=1' | jq length");
         return count.empty() ? 0 : std::stoul(count);
     }
 
@@ -252,11 +252,11 @@ void measureBurst(Product& product, const fs::path& scratch, std::size_t files)
 {
     fs::remove_all(scratch / "burst");
     makeTree(scratch / "burst", files, 100);
-    shell("tar -C '" + scratch.string() + "' -cf '" + (scratch / "burst.tar").string() + "' burst");
+    shellOutput("tar -C '" + scratch.string() + "' -cf '" + (scratch / "burst.tar").string() + "' burst");
     const auto raisesBefore = product.raises();
     const auto passesBefore = product.passes();
     const auto start = Clock::now();
-    shell("tar -C '" + product.synced().string() + "' -xf '" + (scratch / "burst.tar").string() + "'");
+    shellOutput("tar -C '" + product.synced().string() + "' -xf '" + (scratch / "burst.tar").string() + "'");
     const double extracted = seconds(Clock::now() - start);
     const std::size_t items = itemCount(product.synced());
     waitFor([&] { return product.serverFiles() == items; }, "the server to hold the burst");
