@@ -161,12 +161,14 @@ TEST_F(SyncService, StartedBySocketActivationTheServiceServesOnTheSocketItIsGive
     if (!std::filesystem::exists(activate))
         GTEST_SKIP() << "systemd-socket-activate is not installed (Debian package systemd)";
     // The launcher makes the socket where `korbanhold sync` looks; the service itself is told to use another folder,
-    // where it must make nothing.
+    // where it must make nothing. The launcher passes on only the variables it is told to, so the test's folders are
+    // named too: without them the service would use the real home folder's preferences and state.
     testsupport::TempDir elsewhere;
     ::chmod(elsewhere.path().c_str(), 0700);
     ServiceProcess service(folders, std::nullopt,
         { activate.string(), "--listen=" + folders.socketPath().string(),
-            "--setenv=KORBANHOLD_RUNTIME_DIR=" + elsewhere.string() });
+            "--setenv=KORBANHOLD_RUNTIME_DIR=" + elsewhere.string(), "--setenv=KORBANHOLD_PREFERENCES_DIR",
+            "--setenv=KORBANHOLD_STATE_DIR", "--setenv=KORBANHOLD_SERVER" });
     ASSERT_TRUE(service.listening()) << folders.log();
     send();
     EXPECT_TRUE(folders.logEventuallyHolds(syncFileStarted)) << folders.log();
