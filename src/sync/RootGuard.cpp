@@ -36,9 +36,8 @@ std::optional<std::string> deleteAllConfirmationPath()
     }
 }
 
-bool consumeDeleteAllConfirmation()
+bool consumeDeleteAllConfirmation(const std::optional<std::string>& path)
 {
-    auto path = deleteAllConfirmationPath();
     return path && ::unlink(path->c_str()) == 0;
 }
 

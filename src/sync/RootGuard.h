@@ -18,8 +18,9 @@ std::optional<std::string> missingRootReason(const std::optional<std::string>& b
 // folder empty: "confirm-delete-all" in the runtime folder of the service's socket. `korbanhold sync
 // --confirm-delete-all` creates it; the next pass that walks the folder removes it, whether it needed it or not.
 std::optional<std::string> deleteAllConfirmationPath();
-// Removes the confirmation; true when there was one.
-bool consumeDeleteAllConfirmation();
+// Removes the confirmation at `path` (deleteAllConfirmationPath(), which an engine resolves once: a pass reads no
+// environment while other threads may change it); true when there was one.
+bool consumeDeleteAllConfirmation(const std::optional<std::string>& path);
 
 class RootGuard {
 public:

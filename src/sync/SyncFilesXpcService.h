@@ -193,6 +193,8 @@ private:
     std::atomic<bool> m_loopStarted { false };
     // With the pass lock held.
     RootGuard m_rootGuard;
+    // Where `korbanhold sync --confirm-delete-all` leaves its confirmation, resolved when the engine is made.
+    const std::optional<std::string> m_deleteAllConfirmation = deleteAllConfirmationPath();
     FailureStreak m_failures;
     bool m_workingAround = false;
     ReportRetry m_reportRetry;

@@ -123,7 +123,7 @@ bool SyncFilesXpcService::holdsBackForEmptyWalk()
 {
     if (!m_policy.guardsEmptiedRoot())
         return false;
-    bool confirmed = consumeDeleteAllConfirmation();
+    bool confirmed = consumeDeleteAllConfirmation(m_deleteAllConfirmation);
     std::size_t tableCount = 0;
     {
         std::lock_guard lock(m_fieldsMutex);
