@@ -44,6 +44,16 @@ TEST_F(Faults, ErrorHtmlAnswersHttp500WithAnHtmlBody)
     EXPECT_NE(reply.body.find("<html>"), std::string::npos);
 }
 
+TEST_F(Faults, UnavailableJsonAnswersHttp503WithAJsonBodyAndLeavesTheTableAlone)
+{
+    addFault(Value::dictionary({ { "kind", "unavailable-json" } }));
+    const auto reply = postBatch(*server, { { "Created", "h\\a" } });
+    EXPECT_EQ(reply.status, 503);
+    EXPECT_EQ(*reply.json().find("ReturnStatus"), Value("1"));
+    EXPECT_TRUE(fileTable(*server, "7").empty());
+    EXPECT_EQ(*lastLogged().find("fault"), Value("unavailable-json"));
+}
+
 TEST_F(Faults, NotJsonAnswersHttp200WithABodyThatIsNotJson)
 {
     addFault(Value::dictionary({ { "kind", "not-json" } }));

@@ -1,6 +1,7 @@
 #include "devserver/CommandLine.h"
 
 #include "common/ProgramInfo.h"
+#include "devserver/Faults.h"
 
 #include <CLI/CLI.hpp>
 
@@ -37,7 +38,7 @@ std::optional<CommandLine> parseCommandLine(int argc, char** argv, int& exitCode
         "SQLite database file (\":memory:\" for one that ends with the process); default " + defaultDatabasePath());
     app.add_option("--fault", faults,
            "a fault for the next requests, e.g. kind=delay,ms=1500,path=SyncFileChanges.svc/SyncFilesInTableAndCloud,"
-           "count=2 (kinds: error-json, error-html, not-json, delay, drop, withhold); repeatable")
+           "count=2 (kinds: " + devserver::faultKindNames() + "); repeatable")
         ->take_all();
     app.add_option("--max-body-bytes", commandLine.server.maxBodyBytes, "largest request body accepted")
         ->default_val(commandLine.server.maxBodyBytes)

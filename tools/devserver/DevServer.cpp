@@ -63,6 +63,8 @@ Reply faultReply(FaultKind kind)
     switch (kind) {
     case FaultKind::ErrorJson:
         return errorReply(500, "server error injected by korbanhold-devserver");
+    case FaultKind::UnavailableJson:
+        return errorReply(503, "service unavailable (injected by korbanhold-devserver)");
     case FaultKind::ErrorHtml:
         return { 500, "text/html",
             "<!DOCTYPE html>\n<html><head><title>500 Internal Server Error</title></head>\n"

@@ -7,14 +7,23 @@
 
 namespace devserver {
 
-static constexpr std::array<std::pair<FaultKind, std::string_view>, 6> kindNames { {
+static constexpr std::array<std::pair<FaultKind, std::string_view>, 7> kindNames { {
     { FaultKind::ErrorJson, "error-json" },
     { FaultKind::ErrorHtml, "error-html" },
+    { FaultKind::UnavailableJson, "unavailable-json" },
     { FaultKind::NotJson, "not-json" },
     { FaultKind::Delay, "delay" },
     { FaultKind::Drop, "drop" },
     { FaultKind::Withhold, "withhold" },
 } };
+
+std::string faultKindNames()
+{
+    std::string names;
+    for (const auto& [kind, name] : kindNames)
+        names += (names.empty() ? "" : ", ") + std::string(name);
+    return names;
+}
 
 static std::string_view kindName(FaultKind kind)
 {
@@ -65,8 +74,7 @@ Fault faultFromValue(const platform::Value& description)
             const auto* entry = std::find_if(kindNames.begin(), kindNames.end(),
                 [&](const auto& candidate) { return name && candidate.second == *name; });
             if (entry == kindNames.end())
-                throw FaultError("unknown fault kind " + value.description()
-                    + " (error-json, error-html, not-json, delay, drop, withhold)");
+                throw FaultError("unknown fault kind " + value.description() + " (" + faultKindNames() + ")");
             fault.kind = entry->first;
             hasKind = true;
         } else if (field == "path") {

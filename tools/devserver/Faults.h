@@ -20,6 +20,7 @@ namespace devserver {
 enum class FaultKind {
     ErrorJson, // HTTP 500 with a JSON body
     ErrorHtml, // HTTP 500 with an HTML body
+    UnavailableJson, // HTTP 503 with a JSON body
     NotJson, // HTTP 200 with a body that is not JSON
     Delay, // the normal reply, after a delay
     Drop, // the connection is closed without a reply
@@ -46,6 +47,9 @@ class FaultError : public std::invalid_argument {
 public:
     using std::invalid_argument::invalid_argument;
 };
+
+// The names of the kinds, comma-separated, for help texts and error messages.
+std::string faultKindNames();
 
 // Reads a fault from its JSON object or its command-line text. Throws FaultError with the reason when the
 // description is wrong (unknown kind or field, a count below 1, a delay without its milliseconds).
