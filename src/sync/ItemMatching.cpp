@@ -1,5 +1,7 @@
 #include "sync/ItemMatching.h"
 
+#include "sync/RecordValues.h"
+
 #include <boost/unordered/unordered_flat_map.hpp>
 
 #include <string_view>
@@ -23,6 +25,15 @@ namespace {
             }
         }
         return std::nullopt;
+    }
+
+    // False when the entry records the other kind of item (a file for a folder, or the reverse). An entry whose kind
+    // cannot be read is not held against the item.
+    bool mayBeSameItem(const TableEntry& entry, const platform::FileAttributes& item)
+    {
+        const platform::Value* kind = EntryView(entry, nullptr).find(RecordKey::IsFile);
+        const std::string* text = kind ? kind->stringIf() : nullptr;
+        return !text || *text == isFileText(item.type == platform::FileType::Directory);
     }
 
     template<typename Map, typename Key>
@@ -69,12 +80,16 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vecto
     auto atPath = [&](std::size_t item) { return entriesAt(entriesByPath, std::string_view(paths[item])); };
     auto withNumber = [&](std::size_t item) { return entriesAt(entriesByNumber, scan.attributesAt(item).fileNumber); };
     auto anyEntry = [](std::size_t, std::uint32_t) { return true; };
+    // A freed file number reused at once may go to the other kind of item (`rm -r d; echo x > f` can give f the number
+    // of d): an entry of the other kind is never the item moved. (At its own path it is the item replaced, and its
+    // "Modified" record gives the server the new kind.)
+    auto sameKind = [&](std::size_t item, std::uint32_t entry) { return mayBeSameItem(entries[entry], scan.attributesAt(item)); };
 
     pairEach(ItemPairing::InPlace, atPath, [&](std::size_t item, std::uint32_t entry) {
         return entries[entry].hasFileNumber && entries[entry].fileNumber == scan.attributesAt(item).fileNumber;
     });
     pairEach(ItemPairing::Replaced, atPath, anyEntry);
-    pairEach(ItemPairing::Moved, withNumber, anyEntry);
+    pairEach(ItemPairing::Moved, withNumber, sameKind);
     return matches;
 }
 

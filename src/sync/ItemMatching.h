@@ -9,11 +9,13 @@
 // 1. the entry with the item's path and file number: the item stayed where it was (InPlace);
 // 2. the entry with the item's path under another file number: the item was replaced at its path (Replaced), as
 //    after a save that writes a new file, or when the file system gave a freed file number to another file;
-// 3. the entry with the item's file number at another path, not paired by 1 or 2: the item moved (Moved);
+// 3. the entry with the item's file number at another path, of the same kind (file or folder), not paired by 1 or
+//    2: the item moved (Moved);
 // 4. none: a new item (New).
 // So a hard link's second path is a new item rather than a second claim on its first path's entry, a backup-style
 // save (`mv f f.bak && echo new > f`) pairs f with its own entry and makes f.bak new, and a freed file number reused
-// at once never turns a file that still exists into a move's deleted source. Entries left unpaired are deleted.
+// at once never turns a file that still exists into a move's deleted source, nor a new file into a moved folder.
+// Entries left unpaired are deleted.
 
 #include "sync/FolderScan.h"
 #include "sync/TableEntry.h"

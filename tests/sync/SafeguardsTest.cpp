@@ -181,6 +181,20 @@ TEST_F(Safeguards, FreedFileNumberReusedAtOnceIsNotTakenForAMove)
     expectTableMatchesFolderAfterOnePass();
 }
 
+TEST_F(Safeguards, FolderNumberReusedAtOnceByANewFileIsNotTakenForAMove)
+{
+    writeFile("f.txt", "f");
+    settle();
+    // As after `rm -r d; echo f > f.txt` on a file system that hands the folder's freed number to the new file at once:
+    // the table knows only the folder d, under the number f.txt has now.
+    Value folder = tableRecord(fileNumber("f.txt"), path("d"), "S-d");
+    folder.setObject(Value("0"), "isFilekey");
+    storeTable(Value::array({ folder }));
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Deleted d", "Created f.txt" }));
+    expectTableMatchesFolderAfterOnePass();
+}
+
 TEST_F(Safeguards, MissingSyncedFolderIsNotReportedAsDeletedAndIsLoggedOnceEachWay)
 {
     writeFile("a.txt", "a");
