@@ -246,17 +246,24 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
     std::lock_guard pass(m_passMutex);
     Value table = userDefaultsArray();
     leaveRefusedChangesUndone(table, refused);
-    m_standardDefaults.setObject(table, settings::fileWatchedData);
-    m_standardDefaults.synchronize();
-    writeStatus(m_standardDefaults, "0");
+    auto storeTable = [&] {
+        m_standardDefaults.setObject(table, settings::fileWatchedData);
+        m_standardDefaults.synchronize();
+    };
+    const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();
+    if (!storeOnce) {
+        storeTable();
+        writeStatus(m_standardDefaults, "0");
+    }
 
     if (acceptedChanges)
         copyServerFileIDsOfChanges(table, results, *acceptedChanges);
     else
         copyServerFileIDs(table, results);
     setUserDefaultsArray(table);
-    m_standardDefaults.setObject(table, settings::fileWatchedData);
-    m_standardDefaults.synchronize();
+    storeTable();
+    if (storeOnce)
+        writeStatus(m_standardDefaults, "0");
     platform::log("filde ID updayted  %@", m_standardDefaults.objectForKey(settings::fileWatchedData));
 }
 

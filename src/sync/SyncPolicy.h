@@ -52,6 +52,9 @@ public:
     // A pass waits while a batch report of the object is under way, so that it does not report the same changes
     // again before the table is stored; the report's end raises the status for it.
     bool waitsForReportsInFlight() const { return !m_strict; }
+    // An accepted report stores the table once, with the server's identifiers in it (strict: twice, first without
+    // them), so that a service that ends in between cannot keep new items without their identifiers for good.
+    bool storesTableOnceWithIdentifiers() const { return !m_strict; }
     // A report that stored nothing raises the status again after a backoff.
     bool retriesFailedReports() const { return !m_strict; }
     // A pass that failed for the same reason three times in a row leaves out what causes the failure.
