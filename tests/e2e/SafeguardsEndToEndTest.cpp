@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <optional>
+#include <vector>
 
 using platform::Value;
 using namespace e2etest;
@@ -15,6 +17,22 @@ using namespace e2etest;
 namespace {
 
 namespace fs = std::filesystem;
+
+// A launcher that runs the service in a mount namespace of its own (inside a user namespace, as an unprivileged user
+// may make one), where `empty` is bind-mounted over `folder`; absent where this system does not allow it.
+std::optional<std::vector<std::string>> launcherWithFolderMountedOver(const fs::path& empty, const fs::path& folder)
+{
+    const std::vector<std::string> launcher = { "/usr/bin/unshare", "--user", "--map-root-user", "--mount", "/bin/sh",
+        "-c", "mount --bind \"$1\" \"$2\" && shift 2 && exec \"$@\"", "sh", empty.string(), folder.string() };
+    std::vector<std::string> probe(launcher.begin() + 1, launcher.end());
+    probe.push_back("true");
+    if (testsupport::runProcess(launcher.front(), probe).exitCode != 0)
+        return std::nullopt;
+    return launcher;
+}
+
+constexpr const char* noMountNamespace
+    = "this system gives no user and mount namespace to bind-mount a folder in (unshare --user --mount)";
 
 class SafeguardsEndToEnd : public SyncedFolder {
 protected:
@@ -58,6 +76,17 @@ protected:
     }
 
     fs::path away() const { return syncedFolder().parent_path() / "Away"; }
+
+    // Starts the service again in a mount namespace where an empty folder is mounted over the synced folder; the
+    // folder outside keeps its items. False where this system gives no such namespace.
+    bool restartWithAnEmptyFolderMountedOverTheSyncedOne()
+    {
+        fs::create_directory(away());
+        const auto launcher = launcherWithFolderMountedOver(away(), syncedFolder());
+        if (launcher)
+            restartServiceWithoutSyncFile(SIGTERM, *launcher);
+        return launcher.has_value();
+    }
 };
 
 TEST_F(SafeguardsEndToEnd, SyncedFolderRenamedAwayAndBackChangesNothingOnTheServer)
@@ -74,8 +103,8 @@ TEST_F(SafeguardsEndToEnd, SyncedFolderRenamedAwayAndBackChangesNothingOnTheServ
     EXPECT_TRUE(serverMatchesFolder());
 }
 
-// An empty folder where a filled one was, as an unmounted drive leaves its mount point. (The service would have to
-// run inside the test's mount namespace to see a bind mount there; moving the items out gives it the same view.)
+// An empty folder where a filled one was, as an unmounted drive leaves its mount point: here its items are moved out
+// (below, an empty folder is mounted over it).
 TEST_F(SafeguardsEndToEnd, EmptyFolderWhereAFilledOneWasDeletesNothingUntilConfirmed)
 {
     ASSERT_TRUE(changeAndSync("mkdir d && printf 'a\\n' > d/a.txt && printf 'b\\n' > b.txt"));
@@ -89,6 +118,17 @@ TEST_F(SafeguardsEndToEnd, EmptyFolderWhereAFilledOneWasDeletesNothingUntilConfi
     ASSERT_TRUE(eventuallyWithinServiceTime([&] { return m_folders.logCount(reportStored) > stores; })) << logTail();
     EXPECT_TRUE(serverMatchesFolder());
     EXPECT_EQ(serverFileCount(), 0u);
+}
+
+// An empty folder mounted over the filled synced folder, as a drive's mount point is seen when the drive is not
+// there. The service runs in a mount namespace of the test, where the mount is; the folder outside keeps its items.
+TEST_F(SafeguardsEndToEnd, EmptyFolderMountedOverAFilledOneDeletesNothing)
+{
+    ASSERT_TRUE(changeAndSync("mkdir d && printf 'a\\n' > d/a.txt && printf 'b\\n' > b.txt"));
+    if (!restartWithAnEmptyFolderMountedOverTheSyncedOne())
+        GTEST_SKIP() << noMountNamespace;
+    ASSERT_TRUE(syncUntilLogged("Nothing is synced while the synced folder " + syncedFolder().string() + " is empty"));
+    EXPECT_EQ(serverFileCount(), 3u);
 }
 
 TEST_F(SafeguardsEndToEnd, HardLinksBesideAMove)
@@ -189,6 +229,15 @@ TEST_F(StrictSafeguardsEndToEnd, SyncedFolderRenamedAwayEmptiesTheServer)
     fs::rename(syncedFolder(), away());
     ASSERT_TRUE(syncStep());
     EXPECT_EQ(serverFileCount(), 0u);
+}
+
+TEST_F(StrictSafeguardsEndToEnd, EmptyFolderMountedOverAFilledOneEmptiesTheServer)
+{
+    ASSERT_TRUE(changeAndSync("mkdir d && printf 'a\\n' > d/a.txt && printf 'b\\n' > b.txt"));
+    if (!restartWithAnEmptyFolderMountedOverTheSyncedOne())
+        GTEST_SKIP() << noMountNamespace;
+    ASSERT_EQ(m_folders.sync().exitCode, 0);
+    EXPECT_TRUE(eventuallyWithinServiceTime([&] { return serverFileCount() == 0; })) << logTail();
 }
 
 TEST_F(StrictSafeguardsEndToEnd, AnEditKeepingTheSizeIsNeverReported)

@@ -2,7 +2,6 @@
 
 #include "support/Eventually.h"
 
-#include <csignal>
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -118,9 +117,9 @@ ServiceProcess::ServiceProcess(const ServiceFolders& folders, const std::optiona
     m_listening = testsupport::eventually([&] { return acceptsConnections(folders.socketPath()); });
 }
 
-testsupport::ProcessResult ServiceProcess::stop()
+testsupport::ProcessResult ServiceProcess::stop(int signal)
 {
-    ::kill(m_process.pid(), SIGTERM);
+    ::kill(m_process.pid(), signal);
     return m_process.wait();
 }
 

@@ -7,6 +7,7 @@
 #include "support/Process.h"
 #include "support/TempDir.h"
 
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -63,8 +64,8 @@ public:
     // The service's process (the launcher, if any, has replaced itself with the service).
     pid_t pid() const { return m_process.pid(); }
     bool hasEnded() const { return m_process.hasEnded(); }
-    // Sends SIGTERM and waits for the service to end.
-    testsupport::ProcessResult stop();
+    // Sends `signal` (SIGTERM: a clean stop; SIGKILL: a crash) and waits for the service to end.
+    testsupport::ProcessResult stop(int signal = SIGTERM);
 
 private:
     testsupport::Process m_process;

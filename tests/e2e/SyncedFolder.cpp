@@ -2,7 +2,6 @@
 
 #include "SyncableItems.h"
 
-#include <csignal>
 #include <sstream>
 
 namespace e2etest {
@@ -84,10 +83,10 @@ void SyncedFolder::startServerOnPort(int port)
     m_records = std::make_unique<ServerRecords>(*m_server);
 }
 
-void SyncedFolder::stopServer()
+void SyncedFolder::stopServer(int signal)
 {
     m_records.reset();
-    m_server->stop(SIGTERM);
+    m_server->stop(signal);
     m_server.reset();
 }
 
@@ -114,10 +113,10 @@ void SyncedFolder::restartServerAndService()
     startService();
 }
 
-void SyncedFolder::restartServiceWithoutSyncFile()
+void SyncedFolder::restartServiceWithoutSyncFile(int signal, const std::vector<std::string>& launcher)
 {
-    m_service->stop();
-    m_service = std::make_unique<ServiceProcess>(m_folders, std::nullopt);
+    m_service->stop(signal);
+    m_service = std::make_unique<ServiceProcess>(m_folders, std::nullopt, launcher);
     ASSERT_TRUE(m_service->listening()) << logTail();
 }
 

@@ -25,9 +25,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace e2etest {
 
@@ -74,13 +76,15 @@ protected:
     // Stops the server (SIGTERM) and starts a new one on the same database, then restarts the service pointed at the
     // new port and calls SyncFile on it again (which raises the status and runs a pass).
     void restartServerAndService();
-    // Stops the service and starts it again without calling SyncFile: it listens, but no polling loop runs.
-    void restartServiceWithoutSyncFile();
+    // Stops the service with `signal` (SIGKILL: as a crash) and starts it again without calling SyncFile: it listens,
+    // but no polling loop runs. `launcher` is put in front of the new service (unshare ...), when given.
+    void restartServiceWithoutSyncFile(int signal = SIGTERM, const std::vector<std::string>& launcher = {});
     // The end of the service's log, for failure messages.
     std::string logTail() const;
     // The changes of the last batch report (type, path, file number), one per line, for failure messages.
     std::string lastReportDescription() const;
-    void stopServer();
+    // Stops the server with `signal` (SIGKILL: as a crash; its database keeps what it committed).
+    void stopServer(int signal = SIGTERM);
     // Starts the server again on the same database and on `port` (the one it had), so that the running service
     // reaches it without a restart.
     void startServerOnPort(int port);
