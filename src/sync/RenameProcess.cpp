@@ -47,10 +47,14 @@ bool SyncFilesXpcService::contentChanged(const EntryView& entry, const std::opti
 void SyncFilesXpcService::keepItem(std::size_t position, std::size_t index)
 {
     m_userDefaultsArray.markSeen(position, settingsValue(settings::computerId));
+    modifyIfChanged(position, index);
+}
+
+void SyncFilesXpcService::modifyIfChanged(std::size_t position, std::size_t index)
+{
     EntryView entry = m_userDefaultsArray.at(position);
     if (!contentChanged(entry, m_scan.attributesAt(index)))
         return;
-    // Gone since the walk: nothing now; the next pass finds it deleted.
     auto current = currentAttributesAt(index);
     if (current && contentChanged(entry, current))
         modifyItemAt(position, index, current);
@@ -94,6 +98,10 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
         Value record = renamedRecord(entry, Value(path), computerId);
         m_userDefaultsArray.replace(j, record);
         m_changedListArray.append(std::move(record));
+        // The renamed record keeps the old size and date: an item also changed in the same pass (edited after the
+        // rename, or a new file that was given a freed file number at once) is reported modified as well.
+        if (m_policy.reportsChangesOfRenamedItems())
+            modifyIfChanged(j, i);
         return;
     }
     // Moved: reported as the old path deleted and the new one created. A move that also renamed the item marks

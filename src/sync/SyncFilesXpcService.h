@@ -156,6 +156,9 @@ private:
     // An item at its entry's path under its entry's file number: the entry is seen, and modified when its content
     // changed.
     void keepItem(std::size_t position, std::size_t index);
+    // Reports item `index` modified when its size or date text differs from the entry at `position`, as the item is
+    // now (one gone since the walk is left to the next pass, which finds it deleted).
+    void modifyIfChanged(std::size_t position, std::size_t index);
     // Whether the item's size and date texts say its content changed since `entry` was made.
     bool contentChanged(const EntryView& entry, const std::optional<platform::FileAttributes>& item);
     // `tablePosition`: the first position of the item's file number in the table as the pass read it;

@@ -37,6 +37,9 @@ public:
     // Items are matched to table entries by path and file number together, each walked path on its own: no shift
     // after a move, hard links as items of their own, a reused file number not taken for a move.
     bool matchesItemsExactly() const { return !m_strict; }
+    // An item renamed within its folder whose size or date text changed too is also reported modified (strict: the
+    // renamed record alone, with the old size and date).
+    bool reportsChangesOfRenamedItems() const { return !m_strict; }
     // A size text or a date text of a file that changed makes a modification (strict: both must change).
     bool modifiedWhenEitherTextChanged() const { return !m_strict; }
     // One engine for the whole process, whatever the number of connections and messages (the service host asks),

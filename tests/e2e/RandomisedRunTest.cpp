@@ -4,7 +4,7 @@
 // is not JSON, a dropped connection, the server killed with SIGKILL and started again on its database); and the
 // service itself killed with SIGKILL at random moments and started again. After each step, and the passes that the
 // service's own retries make, the server's file table, the stored table and the server identifiers it holds equal
-// the folder's syncable items.
+// the folder's syncable items, and the server holds each item's file number and each file's modification date.
 //
 // Each step makes one raise: a SyncFile call (`korbanhold sync`), as the host application makes it. A service
 // started again after a SIGKILL listens but polls only from its first SyncFile, as the host application starts it;
@@ -20,10 +20,16 @@
 // seconds of wall time each on a busy 2-core machine, most of it the service's 2-second poll after the faults.
 
 #include "RandomFolderOperations.h"
+#include "SyncableItems.h"
 #include "SyncedFolder.h"
 
 #include "support/Eventually.h"
 
+#include "platform/DateFormat.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <random>
@@ -36,6 +42,8 @@ using namespace e2etest;
 namespace {
 
 constexpr const char* anchorFile = "keep.txt";
+// The form of the modification dates that the service sends.
+constexpr const char* dateFormat = "yyyy-MM-dd hh:mm:ss";
 constexpr std::uint64_t defaultStepsPerShard = 100;
 // Faults that stand in for the server's reply to a batch report.
 constexpr const char* replyFaults[] = { "error-json", "error-html", "unavailable-json", "not-json", "drop" };
@@ -106,15 +114,45 @@ protected:
             startServerOnPort(port);
         }
 
-        if (testsupport::eventually([&] { return bool(serverMatchesFolder()); }, convergenceLimit,
-                std::chrono::milliseconds(50)))
+        auto converged = [&] {
+            auto same = serverMatchesFolder();
+            return same ? serverAttributesMatchFolder() : same;
+        };
+        if (testsupport::eventually([&] { return bool(converged()); }, convergenceLimit, std::chrono::milliseconds(50)))
             return testing::AssertionSuccess();
-        return serverMatchesFolder() << "\nafter the changes of the last report:" << lastReportDescription();
+        return converged() << "\nafter the changes of the last report:" << lastReportDescription();
     }
 
     std::string stepDescription() const { return m_step.str(); }
 
 private:
+    // The file number of every item on the server, and the modification date of every file, equal the folder's, so
+    // that edits that keep the path are checked too. (A folder's date is left out: it changes with every item added
+    // or removed, and those items report themselves.)
+    testing::AssertionResult serverAttributesMatchFolder() const
+    {
+        const auto files = m_records->files(m_account.computerId);
+        std::ostringstream differences;
+        for (const auto& [path, isFile] : syncableItems(syncedFolder())) {
+            std::string localPath = "/" + path;
+            std::replace(localPath.begin(), localPath.end(), '\\', '/');
+            struct stat status {};
+            const auto file = files.find(path);
+            if (file == files.end() || ::lstat(localPath.c_str(), &status) != 0)
+                continue;
+            if (file->second.fileNumber != std::to_string(status.st_ino))
+                differences << "\n  " << path << ": the server's file number is " << file->second.fileNumber
+                            << ", the folder's " << status.st_ino;
+            const std::string date = platform::formatDate(static_cast<double>(status.st_mtim.tv_sec), dateFormat);
+            if (isFile == "1" && file->second.modifiedDate != date)
+                differences << "\n  " << path << ": the server's date is " << file->second.modifiedDate
+                            << ", the folder's " << date;
+        }
+        if (differences.str().empty())
+            return testing::AssertionSuccess();
+        return testing::AssertionFailure() << differences.str();
+    }
+
     testing::AssertionResult syncFile() const
     {
         const auto result = m_folders.sync();

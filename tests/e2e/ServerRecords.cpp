@@ -26,7 +26,8 @@ std::map<std::string, ServerFile> ServerRecords::files(const std::string& comput
     std::map<std::string, ServerFile> files;
     const Value table = rows("files?computer=" + computerId);
     for (const Value& row : table.elements())
-        files[textOf(row.find("full_path"))] = { textOf(row.find("file_id")), textOf(row.find("is_file")) };
+        files[textOf(row.find("full_path"))] = { textOf(row.find("file_id")), textOf(row.find("is_file")),
+            textOf(row.find("base_system_file_id")), textOf(row.find("modified_date")) };
     return files;
 }
 

@@ -21,6 +21,9 @@ struct ServerFile {
     std::string fileId;
     // "1" for a file, "0" for a folder.
     std::string isFile;
+    // The client's file number and modification date text, as the last change of the file sent them.
+    std::string fileNumber;
+    std::string modifiedDate;
 };
 
 class ServerRecords {

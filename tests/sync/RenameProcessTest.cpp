@@ -113,6 +113,7 @@ TEST_F(RenameProcess, MovedItemGoneBeforeItsCreationEndsThePassThroughTheGuardWi
 
 TEST_F(RenameProcess, RenameInTheSameFolderYieldsOneRenamedRecordWithTheOldAttributes)
 {
+    useStrictMode();
     makeFolder("x");
     writeFile("x/a.txt", std::string(2048, 'a'));
     settle();

@@ -195,6 +195,17 @@ TEST_F(Safeguards, FolderNumberReusedAtOnceByANewFileIsNotTakenForAMove)
     expectTableMatchesFolderAfterOnePass();
 }
 
+TEST_F(Safeguards, FileRenamedAndEditedInOnePassIsAlsoModified)
+{
+    writeFile("a.txt", "a");
+    sh("touch -d '2020-01-01 10:00:00' a.txt");
+    settle();
+    sh("mv a.txt b.txt && printf 'more\\n' >> b.txt");
+    nextPass();
+    EXPECT_EQ(summary(changes()), (Lines { "Renamed a.txt -> b.txt", "Modified b.txt" }));
+    expectTableMatchesFolderAfterOnePass();
+}
+
 TEST_F(Safeguards, MissingSyncedFolderIsNotReportedAsDeletedAndIsLoggedOnceEachWay)
 {
     writeFile("a.txt", "a");
