@@ -16,7 +16,7 @@
 // KORBANHOLD_RANDOM_SEED fixes the seed (shard N takes seed + N); without it each shard draws one. The operations and
 // faults of a seed are the same on every run; the moments of the kills are not (they race the service by design).
 // KORBANHOLD_RANDOM_STEPS sets the steps per shard (default 100). The seed is printed at the start and with every
-// failure, with the step, its operations and faults, and the differences. Two shards of 100 steps each cost 60 to 90
+// failure, with the step, its operations and faults, and the differences. Two shards of 100 steps each cost 85 to 115
 // seconds of wall time each on a busy 2-core machine, most of it the service's 2-second poll after the faults.
 
 #include "RandomFolderOperations.h"
