@@ -83,7 +83,9 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vecto
     // A freed file number reused at once may go to the other kind of item (`rm -r d; echo x > f` can give f the number
     // of d): an entry of the other kind is never the item moved. (At its own path it is the item replaced, and its
     // "Modified" record gives the server the new kind.)
-    auto sameKind = [&](std::size_t item, std::uint32_t entry) { return mayBeSameItem(entries[entry], scan.attributesAt(item)); };
+    auto sameKind = [&](std::size_t item, std::uint32_t entry) {
+        return mayBeSameItem(entries[entry], scan.attributesAt(item));
+    };
 
     pairEach(ItemPairing::InPlace, atPath, [&](std::size_t item, std::uint32_t entry) {
         return entries[entry].hasFileNumber && entries[entry].fileNumber == scan.attributesAt(item).fileNumber;

@@ -74,7 +74,8 @@ bool isAtOrBelow(const std::string& path, const std::string& folder)
 
 }
 
-RandomFolderOperations::RandomFolderOperations(std::filesystem::path folder, std::string anchor, std::mt19937_64& random)
+RandomFolderOperations::RandomFolderOperations(
+    std::filesystem::path folder, std::string anchor, std::mt19937_64& random)
     : m_folder(std::move(folder))
     , m_anchor(std::move(anchor))
     , m_random(random)

@@ -82,8 +82,9 @@ protected:
         }
         if (std::bernoulli_distribution(0.3)(random)) {
             const int faults = std::uniform_int_distribution<int>(1, 2)(random);
+            std::uniform_int_distribution<std::size_t> anyFault(0, std::size(replyFaults) - 1);
             for (int index = 0; index < faults; ++index) {
-                const char* kind = replyFaults[std::uniform_int_distribution<std::size_t>(0, std::size(replyFaults) - 1)(random)];
+                const char* kind = replyFaults[anyFault(random)];
                 m_step << "\n  fault " << kind;
                 m_records->addFault(Value::dictionary({ { "kind", kind }, { "path", batchReportPath } }));
             }
@@ -175,9 +176,8 @@ TEST_P(RandomisedRun, TheServerEqualsTheFolderAfterEveryStep)
     RandomFolderOperations operations(syncedFolder(), anchorFile, random);
     for (std::uint64_t index = 1; index <= steps; ++index) {
         const auto converged = step(operations, random);
-        ASSERT_TRUE(converged) << "seed " << seed << " (KORBANHOLD_RANDOM_SEED=" << base << "), step " << index << " of "
-                               << steps << ":" << stepDescription() << "\nthe service's log:\n"
-                               << logTail();
+        ASSERT_TRUE(converged) << "seed " << seed << " (KORBANHOLD_RANDOM_SEED=" << base << "), step " << index
+                               << " of " << steps << ":" << stepDescription() << "\nthe service's log:\n" << logTail();
     }
     EXPECT_EQ(m_folders.logCount("Nothing is synced while"), 0u) << logTail();
 }
