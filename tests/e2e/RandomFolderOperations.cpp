@@ -117,10 +117,10 @@ std::string RandomFolderOperations::freshName(const std::string& prefix, const s
 }
 
 std::string RandomFolderOperations::freeTarget(const std::string& folder, const std::string& name,
-    const std::string& prefix)
+    const std::string& prefix, const std::string& suffix)
 {
     const std::string target = inFolder(folder, name);
-    return fs::exists(m_folder / target) ? inFolder(folder, freshName(prefix, ".txt")) : target;
+    return fs::exists(m_folder / target) ? inFolder(folder, freshName(prefix, suffix)) : target;
 }
 
 std::string RandomFolderOperations::newContent()
@@ -175,7 +175,7 @@ std::string RandomFolderOperations::next()
         if (hasFiles) {
             const std::string& file = pick(contents.files);
             if (const std::string folder = otherFolder(contents, file); !folder.empty())
-                return "mv " + file + " " + freeTarget(folder, nameOf(file), "f");
+                return "mv " + file + " " + freeTarget(folder, nameOf(file), "f", ".txt");
         }
         break;
     case Operation::RenameFolder:
@@ -188,7 +188,7 @@ std::string RandomFolderOperations::next()
         if (hasSubfolders) {
             const std::string& folder = pick(subfolders);
             if (const std::string target = otherFolder(contents, folder); !target.empty())
-                return "mv " + folder + " " + freeTarget(target, nameOf(folder), "d");
+                return "mv " + folder + " " + freeTarget(target, nameOf(folder), "d", "");
         }
         break;
     case Operation::Remove:
@@ -204,7 +204,8 @@ std::string RandomFolderOperations::next()
             const std::string& file = pick(contents.files);
             const bool intoAnotherFolder = std::bernoulli_distribution(0.3)(m_random);
             const std::string folder = intoAnotherFolder ? pick(contents.folders) : parentOf(file);
-            return "mv " + file + " " + freeTarget(folder, nameOf(file) + ".bak", "f") + " && " + newContent() + file;
+            const std::string backup = freeTarget(folder, nameOf(file) + ".bak", "f", ".txt.bak");
+            return "mv " + file + " " + backup + " && " + newContent() + file;
         }
         break;
     case Operation::HardLink:

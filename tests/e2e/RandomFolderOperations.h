@@ -37,8 +37,9 @@ private:
     // A folder other than the one that holds `path`, and not `path` itself or below it; "" when there is none.
     std::string otherFolder(const Contents& contents, const std::string& path);
     std::string freshName(const std::string& prefix, const std::string& suffix = "");
-    // `folder`/`name`, or a fresh name in `folder` when `name` is taken there.
-    std::string freeTarget(const std::string& folder, const std::string& name, const std::string& prefix);
+    // `folder`/`name`, or a fresh name (`prefix`, a number, `suffix`) in `folder` when `name` is taken there.
+    std::string freeTarget(const std::string& folder, const std::string& name, const std::string& prefix,
+        const std::string& suffix);
     std::string newContent();
 
     std::filesystem::path m_folder;
