@@ -217,6 +217,36 @@ TEST_F(BatchReport, AnAcceptedReportStoresTheTableWithTheServersIdentifiersAndCl
     EXPECT_EQ(log.countStartingWith("filde ID updayted  " + stored->description()), 1u);
 }
 
+TEST_F(BatchReport, AnAcceptedReportStoresOnlyTheRowsOfTheItemsThatChanged)
+{
+    for (int file = 0; file < 50; ++file)
+        writeFile("f" + std::to_string(file) + ".txt", "x");
+    firstPass();
+    ASSERT_TRUE(waitForStoredIdentifiers());
+    // The first pass after the first sync gives every entry the key order of a seen entry: every row once.
+    sh("mv '" + path("f1.txt") + "' '" + path("g1.txt") + "'");
+    nextPass();
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 2; }));
+
+    // From then on a rename writes its own entry's row, once with the change and once with the server's identifier,
+    // and the row of the entry the last pass made (g1.txt), which takes the key order of a seen entry: 3 of 50.
+    const auto before = defaults.rowsWritten();
+    sh("mv '" + path("f2.txt") + "' '" + path("g2.txt") + "'");
+    nextPass();
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 3; }));
+    EXPECT_LE(defaults.rowsWritten() - before, 3u);
+    EXPECT_GE(defaults.rowsWritten() - before, 1u);
+
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->count(), 50u);
+    EXPECT_EQ(table(), *stored);
+    EXPECT_EQ(text(entryWithPath(*stored, path("g2.txt")), "changeTypeKey"), "Renamed");
+    // The pass after the stores reads them back: nothing is left to report.
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u);
+}
+
 TEST_F(BatchReport, AResultMatchingTwoTableEntriesUpdatesOnlyTheFirst)
 {
     readSettings();
