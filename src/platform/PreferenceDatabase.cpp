@@ -121,6 +121,32 @@ Value valueOfText(std::string_view text)
     return readPreferenceJson(text, options);
 }
 
+// True when `value` reads back from its stored text as the very value it is: printable ASCII text, or a dictionary
+// of such texts under such keys (every record the engine makes). Anything else is read back from its text, so that
+// what this object keeps is what another reader gets.
+bool isPlainText(std::string_view text)
+{
+    for (const char c : text)
+        if (c < 0x20 || c > 0x7E)
+            return false;
+    return true;
+}
+
+bool readsBackAsItIs(const Value& value)
+{
+    if (const std::string* text = value.stringIf())
+        return isPlainText(*text);
+    if (!value.isDictionary())
+        return false;
+    for (const auto& [key, element] : value.entries())
+        if (!isPlainText(key) || !element.isString() || !isPlainText(element.string()))
+            return false;
+    return true;
+}
+
+// `value` as a reader of its stored `text` gets it.
+Value storedForm(const Value& value, std::string_view text) { return readsBackAsItIs(value) ? value : valueOfText(text); }
+
 // Equal in everything their stored text shows: kinds, number type codes, key order. (Value's == is looser: it takes
 // true for 1 and ignores the order of keys, and an element it calls equal may still be stored differently.)
 bool identical(const Value& a, const Value& b)
@@ -594,8 +620,7 @@ void PreferenceDatabase::writeRowsInTransaction(
             continue;
         const std::string text = valueText(*rows[p].record);
         put.bind(1, keyText).bind(2, ords[p]).bind(3, text).run();
-        // What a reader gets back is the element as its text reads.
-        elements[p] = valueOfText(text);
+        elements[p] = storedForm(elements[p], text);
         ++m_rowsWritten;
     }
     m_rowsWritten += removed.size();
@@ -674,7 +699,7 @@ void PreferenceDatabase::writeInTransaction(const Value& domain)
                 ++nextWritten;
                 const std::string text = valueText(value.at(j));
                 put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
-                elements.push_back(valueOfText(text));
+                elements.push_back(storedForm(value.at(j), text));
                 continue;
             }
             // A kept element: find the stored one with this ord (they come in order).
