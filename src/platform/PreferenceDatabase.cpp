@@ -145,7 +145,10 @@ bool readsBackAsItIs(const Value& value)
 }
 
 // `value` as a reader of its stored `text` gets it.
-Value storedForm(const Value& value, std::string_view text) { return readsBackAsItIs(value) ? value : valueOfText(text); }
+Value storedForm(const Value& value, std::string_view text)
+{
+    return readsBackAsItIs(value) ? value : valueOfText(text);
+}
 
 // Equal in everything their stored text shows: kinds, number type codes, key order. (Value's == is looser: it takes
 // true for 1 and ignores the order of keys, and an element it calls equal may still be stored differently.)
@@ -596,7 +599,8 @@ void PreferenceDatabase::writeRowsInTransaction(
             ++end;
         const auto run = static_cast<std::int64_t>(end - p);
         const bool beforeRead = end < rows.size() && rows[end].readIndex >= nextRead;
-        const std::int64_t bound = beforeRead ? previousOrds[rows[end].readIndex] : previousOrd + ordSpacing * (run + 1);
+        const std::int64_t bound
+            = beforeRead ? previousOrds[rows[end].readIndex] : previousOrd + ordSpacing * (run + 1);
         const std::int64_t step = (bound - previousOrd) / (run + 1);
         if (step < 1) {
             writeWhole();

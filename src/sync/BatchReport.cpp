@@ -152,7 +152,8 @@ namespace {
             if (!number || !number->isString())
                 return;
             for (std::size_t index : found->second) {
-                if (!positionOfChange[index] && changes.at(index).find(keys::baseSystemFileID)->string() == number->string())
+                const std::string& changeNumber = changes.at(index).find(keys::baseSystemFileID)->string();
+                if (!positionOfChange[index] && changeNumber == number->string())
                     positionOfChange[index] = position;
             }
         });

@@ -64,6 +64,8 @@ struct TableEntry {
     // Whether the record this entry stands for differs from element `row` of the list the table was read from or
     // last stored as (WatchedTable::rows()); noRow for an entry that list does not have.
     bool changed = true;
+    // Whether `record` is one the table made and keeps for this entry alone (WatchedTable::setRecord).
+    bool ownsRecord = false;
     std::uint32_t row = noRow;
     static constexpr std::uint32_t noRow = 0xFFFFFFFF;
     // Unseen and Seen: where each stored field lies in the record's entries, so that reading one costs no key search.

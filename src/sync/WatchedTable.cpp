@@ -173,16 +173,26 @@ void WatchedTable::setFileID(std::size_t position, const std::optional<Value>& f
 
 void WatchedTable::setRecord(std::size_t slot, Value record)
 {
-    std::uint32_t row = m_entries[slot].row;
+    TableEntry& entry = m_entries[slot];
+    std::uint32_t row = entry.row;
     unindexPath(slot);
-    m_entries[slot] = TableEntry::of(keep(std::move(record)), EntryForm::Built);
-    m_entries[slot].row = row;
+    // A record the table made for this entry alone is replaced where it lies: a table whose every entry changes (the
+    // server's identifiers after a first sync) does not keep every former record besides.
+    const Value* kept = nullptr;
+    if (entry.ownsRecord)
+        kept = &(*const_cast<Value*>(entry.record) = std::move(record));
+    else
+        kept = keep(std::move(record));
+    entry = TableEntry::of(kept, EntryForm::Built);
+    entry.row = row;
+    entry.ownsRecord = true;
     indexPath(slot);
 }
 
 void WatchedTable::append(Value record)
 {
     m_entries.push_back(TableEntry::of(keep(std::move(record)), EntryForm::Built));
+    m_entries.back().ownsRecord = true;
     m_positions.append();
     indexPath(m_entries.size() - 1);
 }
