@@ -28,9 +28,11 @@ struct Recorder {
     std::int64_t lastReportedPass = 0;
 };
 
+// Never destroyed: the polling loop runs for the life of the process and may be ending a pass on its own thread
+// while the process exits and runs the destructors of statics.
 Recorder& recorder()
 {
-    static Recorder instance;
+    static Recorder& instance = *new Recorder;
     return instance;
 }
 

@@ -4,6 +4,7 @@
 #include "platform/Log.h"
 #include "support/Eventually.h"
 #include "support/LogCapture.h"
+#include "support/ScopedEnvironment.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -662,20 +663,17 @@ TEST_F(HttpSession, AFailedDownloadLeavesNoFileBehind)
         RawSocketServer::readRequestHead(connection);
         RawSocketServer::send(connection, "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nonly part");
     });
-    const auto downloadsBefore = [] {
-        std::size_t count = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::temp_directory_path()))
-            count += entry.path().filename().string().starts_with("CFNetworkDownload_");
-        return count;
-    };
-    const std::size_t before = downloadsBefore();
+    // Downloads go to the temporary folder; this test's own one, so that the downloads of tests running beside it
+    // in other processes are not counted.
+    const testsupport::TempDir temporaryFolder;
+    const testsupport::ScopedEnvironment temporaryFolderSetting("TMPDIR", temporaryFolder.path().string());
     auto session = makeSession();
     const Result result = run([&](CompletionHandler handler) {
         return session->downloadTask(server.url("/file"), std::move(handler));
     });
     expectError(result, -1005, "The network connection was lost.");
     EXPECT_FALSE(result.location);
-    EXPECT_EQ(downloadsBefore(), before);
+    EXPECT_TRUE(std::filesystem::is_empty(temporaryFolder.path()));
 }
 
 // --- Session settings.
