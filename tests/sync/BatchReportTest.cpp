@@ -19,6 +19,14 @@ constexpr const char* batchPath = "SyncFileChanges.svc/SyncFilesInTableAndCloud"
 
 class BatchReport : public ServerFixture {
 protected:
+    static std::optional<std::size_t> positionOfPath(const Value& table, const std::string& fullPath)
+    {
+        for (std::size_t index = 0; index < table.count(); ++index)
+            if (text(table.at(index), "BaseSystemFilePathKey") == fullPath)
+                return index;
+        return std::nullopt;
+    }
+
     // The settings snapshot the report reads is taken by SyncFile; its pass finds the synced folder empty.
     void readSettings() { firstPass(); }
 
@@ -245,6 +253,15 @@ TEST_F(BatchReport, AnAcceptedReportStoresOnlyTheRowsOfTheItemsThatChanged)
     // The pass after the stores reads them back: nothing is left to report.
     nextPass();
     EXPECT_EQ(changes().count(), 0u);
+
+    // Another program's store after the service's own is what the next pass reads: f3.txt taken out of the table
+    // is new again.
+    Value changed = *stored;
+    changed.removeAt(*positionOfPath(changed, path("f3.txt")));
+    storeTable(changed);
+    nextPass();
+    EXPECT_EQ(summary(changes()), Lines { "Created f3.txt" });
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 4; }));
 }
 
 TEST_F(BatchReport, AResultMatchingTwoTableEntriesUpdatesOnlyTheFirst)
