@@ -7,7 +7,9 @@
 //   "entry at position j" still means the j-th live entry after earlier removals;
 // - "first entry with path P" is answered by an index from path to the ordered live slots holding it, built the
 //   first time it is asked (a pass in which no file was replaced never pays for it);
-// - entries stay in their compact form (TableEntry.h) and become records only when the table is handed out.
+// - entries stay in their compact form (TableEntry.h) and become records only when the table is handed out;
+// - each entry knows the element of the stored list it stands for and whether its record differs from it, so that
+//   storing the table (rows()) builds and writes only the records that changed.
 
 #include "platform/PreferenceDatabase.h"
 #include "platform/Value.h"

@@ -124,4 +124,10 @@ testsupport::ProcessResult ServiceProcess::stop()
     return m_process.wait();
 }
 
+testsupport::ProcessResult ServiceProcess::kill()
+{
+    ::kill(m_process.pid(), SIGKILL);
+    return m_process.wait();
+}
+
 }

@@ -65,6 +65,8 @@ public:
     bool hasEnded() const { return m_process.hasEnded(); }
     // Sends SIGTERM and waits for the service to end.
     testsupport::ProcessResult stop();
+    // Sends SIGKILL, as a crash or the out-of-memory killer would, and waits for the service to end.
+    testsupport::ProcessResult kill();
 
 private:
     testsupport::Process m_process;

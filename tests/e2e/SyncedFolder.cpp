@@ -114,6 +114,13 @@ void SyncedFolder::restartServerAndService()
     startService();
 }
 
+void SyncedFolder::killAndRestartService()
+{
+    m_service->kill();
+    m_service.reset();
+    startService();
+}
+
 void SyncedFolder::restartServiceWithoutSyncFile()
 {
     m_service->stop();
