@@ -21,21 +21,35 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(
         table->computerId = *computerId;
     const auto& elements = table->records.elements();
     table->entries.reserve(elements.size());
-    // The entries of `previous` by the storage of their records: a record that shares it has the same contents.
-    boost::unordered_flat_map<const platform::Entries*, const TableEntry*> normalisedBefore;
-    if (previous) {
-        normalisedBefore.reserve(previous->entries.size());
-        for (const TableEntry& entry : previous->entries)
-            normalisedBefore.emplace(&entry.record->entries(), &entry);
-    }
+    // The entry `previous` made of a record that shares its storage with `record` (and so has its contents). The
+    // store keeps the order of what it kept, so the entry is looked for after the last one found, a few places on
+    // at most (records inserted or removed between); a record not found there is normalised afresh.
+    constexpr std::size_t lookAhead = 16;
+    std::size_t nextPrevious = 0;
+    const auto normalisedBefore = [&](const Value& record) -> const TableEntry* {
+        if (!previous || !record.isDictionary())
+            return nullptr;
+        const auto& entries = previous->entries;
+        for (std::size_t at = nextPrevious; at < entries.size() && at < nextPrevious + lookAhead; ++at) {
+            if (&entries[at].record->entries() == &record.entries()) {
+                nextPrevious = at + 1;
+                return &entries[at];
+            }
+        }
+        return nullptr;
+    };
+    // Whether an entry is stored as seen depends on the computer identifier too.
+    const bool sameComputerId = previous && previous->computerId.has_value() == (computerId != nullptr)
+        && (!computerId || (computerId->isString() && previous->computerId->isString()
+            && computerId->string() == previous->computerId->string()));
     for (std::size_t row = 0; row < elements.size(); ++row) {
         const Value& record = elements[row];
-        auto found = record.isDictionary() ? normalisedBefore.find(&record.entries()) : normalisedBefore.end();
-        if (found != normalisedBefore.end()) {
-            TableEntry entry = *found->second;
+        if (const TableEntry* before = normalisedBefore(record)) {
+            TableEntry entry = *before;
             entry.record = &record;
             entry.row = static_cast<std::uint32_t>(row);
-            entry.storedAsSeen = isSeenRecord(record, computerId);
+            if (!sameComputerId)
+                entry.storedAsSeen = isSeenRecord(record, computerId);
             table->entries.push_back(entry);
             continue;
         }
