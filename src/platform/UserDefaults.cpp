@@ -251,8 +251,16 @@ void UserDefaults::store(const std::string& name, const Value& domain, const std
 
 std::optional<Value> UserDefaults::loadDomain(const std::string& name)
 {
-    if (PreferenceDatabase* database = databaseOf(name))
-        return database->read();
+    if (PreferenceDatabase* database = databaseOf(name)) {
+        const std::uint64_t loadsBefore = database->loadCount();
+        std::optional<Value> domain = database->read();
+        // Another program stored the domain; a large one's former values are freed once the pass lets go of them.
+        std::error_code ignored;
+        if (database->loadCount() != loadsBefore && loadsBefore != 0
+            && std::filesystem::file_size(pathOf(name), ignored) >= static_cast<std::uintmax_t>(largeDomainBytes))
+            m_largeDomainReplaced = true;
+        return domain;
+    }
     CachedDomain& cached = m_cache[name];
     // Read before the stat, so that a version seen by the stat or the read below is judged against it.
     const timespec clock = coarseRealTime();
