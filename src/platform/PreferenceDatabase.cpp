@@ -121,6 +121,35 @@ Value valueOfText(std::string_view text)
     return readPreferenceJson(text, options);
 }
 
+// True when `value` reads back from its stored text as the very value it is: printable ASCII text, or a dictionary
+// of such texts under such keys (every record the engine makes). Anything else is read back from its text, so that
+// what this object keeps is what another reader gets.
+bool isPlainText(std::string_view text)
+{
+    for (const char c : text)
+        if (c < 0x20 || c > 0x7E)
+            return false;
+    return true;
+}
+
+bool readsBackAsItIs(const Value& value)
+{
+    if (const std::string* text = value.stringIf())
+        return isPlainText(*text);
+    if (!value.isDictionary())
+        return false;
+    for (const auto& [key, element] : value.entries())
+        if (!isPlainText(key) || !element.isString() || !isPlainText(element.string()))
+            return false;
+    return true;
+}
+
+// `value` as a reader of its stored `text` gets it.
+Value storedForm(const Value& value, std::string_view text)
+{
+    return readsBackAsItIs(value) ? value : valueOfText(text);
+}
+
 // Equal in everything their stored text shows: kinds, number type codes, key order. (Value's == is looser: it takes
 // true for 1 and ignores the order of keys, and an element it calls equal may still be stored differently.)
 bool identical(const Value& a, const Value& b)
@@ -470,7 +499,7 @@ void PreferenceDatabase::importLegacyJson()
     }
 }
 
-void PreferenceDatabase::write(const Value& domain)
+void PreferenceDatabase::transact(const std::function<void()>& store)
 {
     for (int attempt = 0;; ++attempt) {
         try {
@@ -484,20 +513,25 @@ void PreferenceDatabase::write(const Value& domain)
                     load();
                     m_snapshot.dataVersion = version;
                 }
-                writeInTransaction(domain);
+                store();
                 execute(m_db, "COMMIT");
+                return;
             } catch (...) {
                 sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
                 m_snapshot.valid = false;
                 throw;
             }
-            break;
         } catch (const SqliteFailure& failure) {
             if (!failure.meansDamagedFile() || attempt > 0)
                 throw PreferenceDatabaseError(failure.what());
             moveAside(failure.what());
         }
     }
+}
+
+void PreferenceDatabase::write(const Value& domain)
+{
+    transact([&] { writeInTransaction(domain); });
     // The domain is in the database now; the former file must not be imported over it later.
     if (std::filesystem::exists(m_legacyJson)) {
         const auto aside = m_legacyJson.string() + ".imported";
@@ -505,6 +539,99 @@ void PreferenceDatabase::write(const Value& domain)
             log("Preference domain file %@ was imported into %@ and moved to %@", m_legacyJson.string(),
                 m_file.string(), aside);
     }
+}
+
+Value PreferenceDatabase::writeListRows(std::string_view key, const Value& readList, const std::vector<ListRow>& rows)
+{
+    transact([&] { writeRowsInTransaction(key, readList, rows); });
+    return *m_snapshot.domain->find(key);
+}
+
+// Writes the rows that `rows` say changed when the stored list is still `readList`, else the list whole; then makes
+// m_snapshot what a reader would now read.
+void PreferenceDatabase::writeRowsInTransaction(
+    std::string_view key, const Value& readList, const std::vector<ListRow>& rows)
+{
+    Array elements;
+    elements.reserve(rows.size());
+    for (const ListRow& row : rows)
+        elements.push_back(row.record ? *row.record : readList.at(row.readIndex));
+    const auto writeWhole = [&] {
+        Value domain = m_snapshot.domain.value_or(Value::dictionary());
+        domain.setObject(Value::arrayOf(std::move(elements)), key);
+        writeInTransaction(domain);
+    };
+    const Value* stored = m_snapshot.domain ? m_snapshot.domain->find(key) : nullptr;
+    const auto storedOrds = m_snapshot.ords.find(key);
+    if (!stored || !stored->isArray() || !readList.isArray() || &stored->elements() != &readList.elements()
+        || storedOrds == m_snapshot.ords.end()) {
+        writeWhole();
+        return;
+    }
+    const std::vector<std::int64_t>& previousOrds = storedOrds->second;
+    const auto isRead = [&](const ListRow& row) { return row.readIndex != ListRow::newElement; };
+
+    // The ord of every row: a read element keeps its own, a run of new ones is spread over the gap before the
+    // next read element (or after the last one). Read elements out of their order, or a gap too small, and the
+    // list is written whole.
+    std::vector<std::int64_t> ords;
+    ords.reserve(rows.size());
+    std::vector<std::int64_t> removed;
+    std::size_t nextRead = 0; // the first read element not yet kept, replaced or removed
+    std::int64_t previousOrd = 0;
+    for (std::size_t p = 0; p < rows.size();) {
+        if (isRead(rows[p])) {
+            const std::size_t index = rows[p].readIndex;
+            if (index < nextRead) {
+                writeWhole();
+                return;
+            }
+            while (nextRead < index)
+                removed.push_back(previousOrds[nextRead++]);
+            ++nextRead;
+            previousOrd = previousOrds[index];
+            ords.push_back(previousOrd);
+            ++p;
+            continue;
+        }
+        std::size_t end = p;
+        while (end < rows.size() && !isRead(rows[end]))
+            ++end;
+        const auto run = static_cast<std::int64_t>(end - p);
+        const bool beforeRead = end < rows.size() && rows[end].readIndex >= nextRead;
+        const std::int64_t bound
+            = beforeRead ? previousOrds[rows[end].readIndex] : previousOrd + ordSpacing * (run + 1);
+        const std::int64_t step = (bound - previousOrd) / (run + 1);
+        if (step < 1) {
+            writeWhole();
+            return;
+        }
+        for (std::int64_t e = 1; e <= run; ++e)
+            ords.push_back(previousOrd + step * e);
+        previousOrd = ords.back();
+        p = end;
+    }
+    while (nextRead < previousOrds.size())
+        removed.push_back(previousOrds[nextRead++]);
+
+    const std::string keyText(key);
+    Statement remove(m_db, "DELETE FROM list_rows WHERE key = ? AND ord = ?");
+    for (const std::int64_t ord : removed)
+        remove.bind(1, keyText).bind(2, ord).run();
+    Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
+    for (std::size_t p = 0; p < rows.size(); ++p) {
+        if (!rows[p].record)
+            continue;
+        const std::string text = valueText(*rows[p].record);
+        put.bind(1, keyText).bind(2, ords[p]).bind(3, text).run();
+        elements[p] = storedForm(elements[p], text);
+        ++m_rowsWritten;
+    }
+    m_rowsWritten += removed.size();
+    Value domain = *m_snapshot.domain;
+    domain.setObject(Value::arrayOf(std::move(elements)), key);
+    m_snapshot.domain = std::move(domain);
+    m_snapshot.ords[keyText] = std::move(ords);
 }
 
 // Writes the rows of `domain` that differ from m_snapshot, then makes m_snapshot what a reader would now read.
@@ -576,7 +703,7 @@ void PreferenceDatabase::writeInTransaction(const Value& domain)
                 ++nextWritten;
                 const std::string text = valueText(value.at(j));
                 put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
-                elements.push_back(valueOfText(text));
+                elements.push_back(storedForm(value.at(j), text));
                 continue;
             }
             // A kept element: find the stored one with this ord (they come in order).

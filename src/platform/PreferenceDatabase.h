@@ -28,16 +28,27 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
 struct sqlite3;
 
 namespace platform {
+
+// One element of a list stored by rows (PreferenceDatabase::writeListRows), described against the list its writer
+// read: the element at `readIndex` of that list, kept as it is (no `record`) or replaced by `record`; or, with
+// readIndex == newElement, an element that list did not have.
+struct ListRow {
+    static constexpr std::size_t newElement = static_cast<std::size_t>(-1);
+    std::size_t readIndex = newElement;
+    std::optional<Value> record;
+};
 
 // A store or removal that did not happen; what.() says why. Nothing stored changed.
 class PreferenceDatabaseError : public std::runtime_error {
@@ -59,6 +70,12 @@ public:
     // Raises JsonError (nothing written) when a value cannot be encoded, PreferenceDatabaseError when the database
     // cannot be written.
     void write(const Value& domain);
+    // Stores the list under `key` as `rows` give it, element by element, against `readList`, a list that read()
+    // handed out under `key`. While the stored list is still `readList` (the same storage, not only an equal list)
+    // only the rows of replaced, new and removed elements are written; otherwise (another process stored the domain
+    // since) the list is stored whole, as write() would. One transaction either way. Returns the list as now stored,
+    // which the next store by rows is told against. Raises as write() does.
+    Value writeListRows(std::string_view key, const Value& readList, const std::vector<ListRow>& rows);
     // Marks the domain absent. Raises PreferenceDatabaseError.
     void remove();
 
@@ -90,7 +107,11 @@ private:
     void load();
     void loadRows();
     void importLegacyJson();
+    // Runs `store` in one write transaction on a snapshot that is current. A damaged database is moved aside and
+    // `store` run once more on a new one.
+    void transact(const std::function<void()>& store);
     void writeInTransaction(const Value& domain);
+    void writeRowsInTransaction(std::string_view key, const Value& readList, const std::vector<ListRow>& rows);
     void writeList(const std::string& key, const Value& list);
     void moveAside(const std::string& reason);
     std::int64_t dataVersion();

@@ -107,6 +107,21 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
     store(m_applicationDomain, domain, nullptr);
 }
 
+UserDefaults::ListRowsStore UserDefaults::setListRows(
+    std::string_view forKey, const Value& readList, const std::vector<ListRow>& rows)
+{
+    std::lock_guard lock(m_mutex);
+    PreferenceDatabase* database = databaseOf(m_applicationDomain);
+    if (!database)
+        return {};
+    try {
+        return { true, database->writeListRows(forKey, readList, rows) };
+    } catch (const PreferenceDatabaseError& error) {
+        reportFailedWrite(m_applicationDomain, error);
+        return { true, std::nullopt };
+    }
+}
+
 bool UserDefaults::synchronize()
 {
     std::lock_guard lock(m_mutex);
@@ -174,6 +189,15 @@ std::uint64_t UserDefaults::parseCount() const
     return count;
 }
 
+std::uint64_t UserDefaults::rowsWritten() const
+{
+    std::lock_guard lock(m_mutex);
+    std::uint64_t rows = 0;
+    for (const auto& [name, database] : m_databases)
+        rows += database->rowsWritten();
+    return rows;
+}
+
 void UserDefaults::releaseMemoryOfReplacedDomains()
 {
     {
@@ -221,15 +245,22 @@ void UserDefaults::store(const std::string& name, const Value& domain, const std
     try {
         database->write(domain);
     } catch (const PreferenceDatabaseError& error) {
-        log("Could not write preference domain %@: %@", name, error.what());
-        m_writesFailed = true;
+        reportFailedWrite(name, error);
     }
 }
 
 std::optional<Value> UserDefaults::loadDomain(const std::string& name)
 {
-    if (PreferenceDatabase* database = databaseOf(name))
-        return database->read();
+    if (PreferenceDatabase* database = databaseOf(name)) {
+        const std::uint64_t loadsBefore = database->loadCount();
+        std::optional<Value> domain = database->read();
+        // Another program stored the domain; a large one's former values are freed once the pass lets go of them.
+        std::error_code ignored;
+        if (database->loadCount() != loadsBefore && loadsBefore != 0
+            && std::filesystem::file_size(pathOf(name), ignored) >= static_cast<std::uintmax_t>(largeDomainBytes))
+            m_largeDomainReplaced = true;
+        return domain;
+    }
     CachedDomain& cached = m_cache[name];
     // Read before the stat, so that a version seen by the stat or the read below is judged against it.
     const timespec clock = coarseRealTime();
@@ -286,9 +317,14 @@ void UserDefaults::storeDomain(const std::string& name, const std::string& text)
     try {
         replaceFileAtomically(m_folder, fileNameOf(name), text);
     } catch (const std::system_error& error) {
-        log("Could not write preference domain %@: %@", name, error.what());
-        m_writesFailed = true;
+        reportFailedWrite(name, error);
     }
+}
+
+void UserDefaults::reportFailedWrite(const std::string& name, const std::exception& error)
+{
+    log("Could not write preference domain %@: %@", name, error.what());
+    m_writesFailed = true;
 }
 
 void UserDefaults::reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,

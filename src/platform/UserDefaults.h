@@ -68,6 +68,17 @@ public:
     std::optional<Value> objectForKey(std::string_view key);
     // Stores `value` under `forKey` and writes the domain; an absent value removes the key.
     void setObject(const std::optional<Value>& value, std::string_view forKey);
+    // Stores the list under `forKey` row by row when the standard defaults are a database domain
+    // (PreferenceDatabase::writeListRows): `readList` is a list objectForKey() handed out, and `rows` give the new
+    // list element by element against it. See ListRowsStore for the outcome.
+    struct ListRowsStore {
+        // False: nothing was written, because the defaults are a file; store the whole list with setObject().
+        bool handled = false;
+        // The list as now stored, which later stores by rows are told against; absent when the database could not
+        // be written (logged, and synchronize() returns false).
+        std::optional<Value> stored;
+    };
+    ListRowsStore setListRows(std::string_view forKey, const Value& readList, const std::vector<ListRow>& rows);
     // True when every write since the last call succeeded.
     bool synchronize();
 
@@ -89,6 +100,8 @@ public:
 
     // How many times this object has parsed a domain file (for tests and measurements).
     std::uint64_t parseCount() const;
+    // How many list rows this object has written to its database domains (for tests and measurements).
+    std::uint64_t rowsWritten() const;
 
     // Gives the memory of large domains that were replaced since the last call back to the system (malloc_trim),
     // once whoever held their old values has let go of them: the allocator keeps freed memory for later otherwise,
@@ -117,6 +130,8 @@ private:
     // Writes the domain file from its encoded text. Encoding comes first (writePreferenceJson), so that a domain
     // that cannot be written raises before anything on disk changes.
     void storeDomain(const std::string& name, const std::string& text);
+    // A write that failed: one log line, and synchronize() returns false.
+    void reportFailedWrite(const std::string& name, const std::exception& error);
     static void reportUnreadable(CachedDomain& cached, const std::filesystem::path& path,
         const std::optional<FileIdentity>& version, const std::string& reason);
 

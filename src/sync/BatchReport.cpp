@@ -73,51 +73,64 @@ namespace {
         return queries;
     }
 
+    // The position of the first table entry whose "BaseSystemFileIDKey" equals each result's: one walk over the
+    // table for the results whose file number is a string, a search by value for the rare others (an absent one
+    // matches the first entry that lacks the key).
+    std::vector<std::optional<std::size_t>> firstEntriesOfResults(
+        const WatchedTable& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+    {
+        boost::unordered_flat_map<std::string_view, std::optional<std::size_t>> firstPositionOfText;
+        for (const SyncFilesInTableAndCloudResponseData& result : results)
+            if (const std::string* text = result.baseSystemFileID ? result.baseSystemFileID->stringIf() : nullptr)
+                firstPositionOfText.try_emplace(*text);
+        if (!firstPositionOfText.empty()) {
+            table.forEachEntry([&](std::size_t position, const EntryView& entry) {
+                const Value* fileNumber = entry.find(RecordKey::BaseSystemFileID);
+                const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr;
+                auto found = text ? firstPositionOfText.find(*text) : firstPositionOfText.end();
+                if (found != firstPositionOfText.end() && !found->second)
+                    found->second = position;
+            });
+        }
+        std::vector<std::optional<std::size_t>> positions;
+        positions.reserve(results.size());
+        for (const SyncFilesInTableAndCloudResponseData& result : results) {
+            const Value* fileNumber = result.baseSystemFileID ? &*result.baseSystemFileID : nullptr;
+            if (const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr) {
+                positions.push_back(firstPositionOfText.at(*text));
+                continue;
+            }
+            std::optional<std::size_t> first;
+            table.forEachEntry([&](std::size_t position, const EntryView& entry) {
+                const Value* entryFileNumber = entry.find(RecordKey::BaseSystemFileID);
+                bool matches = fileNumber ? entryFileNumber && *entryFileNumber == *fileNumber : !entryFileNumber;
+                if (matches && !first)
+                    first = position;
+            });
+            positions.push_back(first);
+        }
+        return positions;
+    }
+
     // Gives the first table entry of each result's "BaseSystemFileIDKey" the server's identifier of that item.
     // Results without a matching entry are skipped; their status and error are not looked at. Raises when a
     // matching result has no identifier, which a record cannot hold.
-    void copyServerFileIDs(Value& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
+    void copyServerFileIDs(WatchedTable& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results)
     {
-        // The first position of every file number that is a string; other kinds are rare and searched for.
-        boost::unordered_flat_map<std::string, std::size_t> firstPositionOfText;
-        for (std::size_t position = 0; position < table.count(); ++position) {
-            const Value* fileNumber = table.at(position).find(keys::baseSystemFileID);
-            if (const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr)
-                firstPositionOfText.try_emplace(*text, position);
-        }
-        // An absent file number matches the first entry that lacks the key.
-        auto firstPositionOf = [&](const Value* fileNumber) -> std::optional<std::size_t> {
-            if (const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr) {
-                auto found = firstPositionOfText.find(*text);
-                return found == firstPositionOfText.end() ? std::nullopt : std::optional(found->second);
-            }
-            for (std::size_t position = 0; position < table.count(); ++position) {
-                const Value* entryFileNumber = table.at(position).find(keys::baseSystemFileID);
-                if (fileNumber ? entryFileNumber && *entryFileNumber == *fileNumber : !entryFileNumber)
-                    return position;
-            }
-            return std::nullopt;
-        };
-        for (const SyncFilesInTableAndCloudResponseData& result : results) {
-            const Value* fileNumber = result.baseSystemFileID ? &*result.baseSystemFileID : nullptr;
-            if (auto position = firstPositionOf(fileNumber))
-                table.mutableAt(*position).setObject(result.fileId, keys::fileID);
+        auto positions = firstEntriesOfResults(table, results);
+        for (std::size_t index = 0; index < results.size(); ++index) {
+            if (positions[index])
+                table.setFileID(*positions[index], results[index].fileId);
         }
     }
 
-    // Result k answers change k: its identifier goes to the table entry of that change's path and file number, so
-    // that two paths of one file number (hard links) each get their own. Deletions have no entry.
+    // Result k answers change k: its identifier goes to the first table entry of that change's path and file
+    // number, so that two paths of one file number (hard links) each get their own. Deletions have no entry.
     void copyServerFileIDsOfChanges(
-        Value& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& changes)
+        WatchedTable& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& changes)
     {
-        boost::unordered_flat_map<std::string, std::size_t> positionOfPathAndNumber;
-        for (std::size_t position = 0; position < table.count(); ++position) {
-            const Value& entry = table.at(position);
-            const Value* path = entry.find(keys::baseSystemFilePath);
-            const Value* number = entry.find(keys::baseSystemFileID);
-            if (path && number && path->isString() && number->isString())
-                positionOfPathAndNumber.try_emplace(number->string() + '\n' + path->string(), position);
-        }
+        // The changes that name an entry, by their path; the table is walked once for all of them.
+        boost::unordered_flat_map<std::string_view, std::vector<std::size_t>> changesByPath;
         for (std::size_t index = 0; index < results.size() && index < changes.count(); ++index) {
             const Value& change = changes.at(index);
             const Value* type = change.find(keys::changeType);
@@ -126,9 +139,27 @@ namespace {
             if (!results[index].fileId || !path || !number || !path->isString() || !number->isString()
                 || (type && type->isString() && type->string() == changeTypes::deleted))
                 continue;
-            auto found = positionOfPathAndNumber.find(number->string() + '\n' + path->string());
-            if (found != positionOfPathAndNumber.end())
-                table.mutableAt(found->second).setObject(*results[index].fileId, keys::fileID);
+            changesByPath[path->string()].push_back(index);
+        }
+        if (changesByPath.empty())
+            return;
+        std::vector<std::optional<std::size_t>> positionOfChange(changes.count());
+        table.forEachEntry([&](std::size_t position, const EntryView& entry) {
+            auto found = entry.pathText().data() ? changesByPath.find(entry.pathText()) : changesByPath.end();
+            if (found == changesByPath.end())
+                return;
+            const Value* number = entry.find(RecordKey::BaseSystemFileID);
+            if (!number || !number->isString())
+                return;
+            for (std::size_t index : found->second) {
+                const std::string& changeNumber = changes.at(index).find(keys::baseSystemFileID)->string();
+                if (!positionOfChange[index] && changeNumber == number->string())
+                    positionOfChange[index] = position;
+            }
+        });
+        for (std::size_t index = 0; index < positionOfChange.size(); ++index) {
+            if (positionOfChange[index])
+                table.setFileID(*positionOfChange[index], results[index].fileId);
         }
     }
 
@@ -244,27 +275,39 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
-    Value table = userDefaultsArray();
-    leaveRefusedChangesUndone(table, refused);
-    auto storeTable = [&] {
-        m_standardDefaults.setObject(table, settings::fileWatchedData);
-        m_standardDefaults.synchronize();
-    };
+    if (refused.count() != 0) {
+        Value table = userDefaultsArray();
+        leaveRefusedChangesUndone(table, refused);
+        setUserDefaultsArray(table);
+    }
     const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();
     if (!storeOnce) {
         storeTable();
         writeStatus(m_standardDefaults, "0");
     }
-
-    if (acceptedChanges)
-        copyServerFileIDsOfChanges(table, results, *acceptedChanges);
-    else
-        copyServerFileIDs(table, results);
-    setUserDefaultsArray(table);
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        if (acceptedChanges)
+            copyServerFileIDsOfChanges(m_userDefaultsArray, results, *acceptedChanges);
+        else
+            copyServerFileIDs(m_userDefaultsArray, results);
+    }
     storeTable();
     if (storeOnce)
         writeStatus(m_standardDefaults, "0");
     platform::log("filde ID updayted  %@", m_standardDefaults.objectForKey(settings::fileWatchedData));
+}
+
+void SyncFilesXpcService::storeTable()
+{
+    std::lock_guard lock(m_fieldsMutex);
+    auto stored = m_standardDefaults.setListRows(
+        settings::fileWatchedData, m_userDefaultsArray.readList(), m_userDefaultsArray.rows());
+    if (!stored.handled)
+        m_standardDefaults.setObject(m_userDefaultsArray.records(), settings::fileWatchedData);
+    else if (stored.stored)
+        m_userDefaultsArray.rowsStored(std::move(*stored.stored));
+    m_standardDefaults.synchronize();
 }
 
 }

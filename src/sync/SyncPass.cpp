@@ -185,7 +185,8 @@ void SyncFilesXpcService::loadTables()
         // The list the store hands out is the one the last pass normalised as long as its file did not change;
         // then its normalisation and index are still right.
         if (!m_tableIndex.table()->isNormalisationOf(storedTable, computerId))
-            m_tableIndex = StoredTableIndex(StoredTable::normalise(storedTable, computerId, m_workingAround));
+            m_tableIndex = StoredTableIndex(
+                StoredTable::normalise(storedTable, computerId, m_workingAround, m_tableIndex.table().get()));
     } catch (const std::exception&) {
         // Until it is normalised the table is the stored list as it is, and so it stays when that fails.
         m_userDefaultsArray = storedTable.isArray() ? WatchedTable::ofRecords(storedTable) : WatchedTable();

@@ -90,6 +90,22 @@ std::array<std::uint8_t, storedFieldCount> locateStoredFields(const Value& recor
     return positions;
 }
 
+bool isSeenRecord(const Value& record, const Value* computerId)
+{
+    const auto& entries = record.entries();
+    if (entries.size() != storedFieldCount + 2 || !computerId || !computerId->isString())
+        return false;
+    for (std::size_t field = 0; field < storedFieldCount; ++field)
+        if (entries[field].first != nameOf(static_cast<RecordKey>(field)))
+            return false;
+    const auto& [computerKey, computerValue] = entries[storedFieldCount];
+    const auto& [removeKey, removeValue] = entries[storedFieldCount + 1];
+    const std::size_t fileID = static_cast<std::size_t>(RecordKey::FileID);
+    return entries[fileID].second.isString() && computerKey == keys::computerID && computerValue.isString()
+        && computerValue.string() == computerId->string() && removeKey == keys::remove && removeValue.isString()
+        && removeValue.string() == "0";
+}
+
 const Value* EntryView::storedField(RecordKey field) const
 {
     std::uint8_t position = m_entry->positions[static_cast<std::size_t>(field)];

@@ -58,6 +58,16 @@ struct TableEntry {
     bool hasFileNumber = false;
     bool hasKilobytes = false;
     EntryForm form = EntryForm::Built;
+    // Set by the normalisation of a stored record that is already, key for key and in order, the record the rename
+    // process makes of it: once seen, such an entry stands for its stored record unchanged.
+    bool storedAsSeen = false;
+    // Whether the record this entry stands for differs from element `row` of the list the table was read from or
+    // last stored as (WatchedTable::rows()); noRow for an entry that list does not have.
+    bool changed = true;
+    // Whether `record` is one the table made and keeps for this entry alone (WatchedTable::setRecord).
+    bool ownsRecord = false;
+    std::uint32_t row = noRow;
+    static constexpr std::uint32_t noRow = 0xFFFFFFFF;
     // Unseen and Seen: where each stored field lies in the record's entries, so that reading one costs no key search.
     // noPosition for a "FileIDKey" the record lacks (the only field normalisation lets be missing), or for a record
     // too large to index, which then falls back to a search by key.
@@ -104,5 +114,9 @@ private:
 
 // Finds where the stored fields of `record` lie; raises as normalisation must when the record is not a dictionary.
 std::array<std::uint8_t, storedFieldCount> locateStoredFields(const platform::Value& record);
+
+// True when `record` (a dictionary) is exactly the record the rename process makes of it with `computerId`: the
+// stored fields in their order, then "computerIDKey" = the computer identifier text and "removeKey" = "0".
+bool isSeenRecord(const platform::Value& record, const platform::Value* computerId);
 
 }

@@ -12,7 +12,8 @@ namespace engine {
 
 using platform::Value;
 
-std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const Value* computerId, bool leaveOutFaulty)
+std::shared_ptr<const StoredTable> StoredTable::normalise(
+    Value records, const Value* computerId, bool leaveOutFaulty, const StoredTable* previous)
 {
     auto table = std::make_shared<StoredTable>();
     table->records = std::move(records);
@@ -20,7 +21,38 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
         table->computerId = *computerId;
     const auto& elements = table->records.elements();
     table->entries.reserve(elements.size());
-    for (const Value& record : elements) {
+    // The entry `previous` made of a record that shares its storage with `record` (and so has its contents). The
+    // store keeps the order of what it kept, so the entry is looked for after the last one found, a few places on
+    // at most (records inserted or removed between); a record not found there is normalised afresh.
+    constexpr std::size_t lookAhead = 16;
+    std::size_t nextPrevious = 0;
+    const auto normalisedBefore = [&](const Value& record) -> const TableEntry* {
+        if (!previous || !record.isDictionary())
+            return nullptr;
+        const auto& entries = previous->entries;
+        for (std::size_t at = nextPrevious; at < entries.size() && at < nextPrevious + lookAhead; ++at) {
+            if (&entries[at].record->entries() == &record.entries()) {
+                nextPrevious = at + 1;
+                return &entries[at];
+            }
+        }
+        return nullptr;
+    };
+    // Whether an entry is stored as seen depends on the computer identifier too.
+    const bool sameComputerId = previous && previous->computerId.has_value() == (computerId != nullptr)
+        && (!computerId || (computerId->isString() && previous->computerId->isString()
+            && computerId->string() == previous->computerId->string()));
+    for (std::size_t row = 0; row < elements.size(); ++row) {
+        const Value& record = elements[row];
+        if (const TableEntry* before = normalisedBefore(record)) {
+            TableEntry entry = *before;
+            entry.record = &record;
+            entry.row = static_cast<std::uint32_t>(row);
+            if (!sameComputerId)
+                entry.storedAsSeen = isSeenRecord(record, computerId);
+            table->entries.push_back(entry);
+            continue;
+        }
         auto normaliseOne = [&] {
             TableEntry entry = TableEntry::of(&record, EntryForm::Unseen);
             EntryView view(entry, computerId);
@@ -29,6 +61,8 @@ std::shared_ptr<const StoredTable> StoredTable::normalise(Value records, const V
             if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
                 raiseUnrecognizedSelector(*fileID, "isEqualToString:");
             requireNormalisedFields(view);
+            entry.row = static_cast<std::uint32_t>(row);
+            entry.storedAsSeen = isSeenRecord(record, computerId);
             table->entries.push_back(entry);
         };
         if (!leaveOutFaulty) {
@@ -77,6 +111,7 @@ void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
 {
     m_entries.assign(stored->entries.begin(), stored->entries.end());
     m_stored = std::move(stored);
+    m_readList = m_stored->records;
     m_built.clear();
     m_positions.reset(m_entries.size());
     m_pathIndexBuilt = false;
@@ -89,8 +124,12 @@ WatchedTable WatchedTable::ofRecords(Value records)
     stored->records = std::move(records);
     const auto& elements = stored->records.elements();
     stored->entries.reserve(elements.size());
-    for (const Value& record : elements)
-        stored->entries.push_back(TableEntry::of(&record, EntryForm::Built));
+    for (std::size_t row = 0; row < elements.size(); ++row) {
+        TableEntry entry = TableEntry::of(&elements[row], EntryForm::Built);
+        entry.row = static_cast<std::uint32_t>(row);
+        entry.changed = false;
+        stored->entries.push_back(entry);
+    }
     return WatchedTable(std::move(stored));
 }
 
@@ -125,24 +164,49 @@ void WatchedTable::markSeen(std::size_t position, const Value* computerId)
     bool sameComputerId = (computerId != nullptr) == tableComputerId.has_value()
         && (!computerId || *computerId == *tableComputerId);
     if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && sameComputerId) {
+        if (entry.form == EntryForm::Unseen)
+            entry.changed = !entry.storedAsSeen;
         entry.form = EntryForm::Seen;
         return;
     }
-    // The path stays the same, so the path index needs no change.
-    entry = TableEntry::of(keep(seenRecord(viewOfSlot(slot), computerId)), EntryForm::Built);
+    setRecord(slot, seenRecord(viewOfSlot(slot), computerId));
 }
 
 void WatchedTable::replace(std::size_t position, Value record)
 {
+    setRecord(checkedSlot(position), std::move(record));
+}
+
+void WatchedTable::setFileID(std::size_t position, const std::optional<Value>& fileID)
+{
     std::size_t slot = checkedSlot(position);
+    Value record = viewOfSlot(slot).record();
+    record.setObject(fileID, keys::fileID);
+    setRecord(slot, std::move(record));
+}
+
+void WatchedTable::setRecord(std::size_t slot, Value record)
+{
+    TableEntry& entry = m_entries[slot];
+    std::uint32_t row = entry.row;
     unindexPath(slot);
-    m_entries[slot] = TableEntry::of(keep(std::move(record)), EntryForm::Built);
+    // A record the table made for this entry alone is replaced where it lies: a table whose every entry changes (the
+    // server's identifiers after a first sync) does not keep every former record besides.
+    const Value* kept = nullptr;
+    if (entry.ownsRecord)
+        kept = &(*const_cast<Value*>(entry.record) = std::move(record));
+    else
+        kept = keep(std::move(record));
+    entry = TableEntry::of(kept, EntryForm::Built);
+    entry.row = row;
+    entry.ownsRecord = true;
     indexPath(slot);
 }
 
 void WatchedTable::append(Value record)
 {
     m_entries.push_back(TableEntry::of(keep(std::move(record)), EntryForm::Built));
+    m_entries.back().ownsRecord = true;
     m_positions.append();
     indexPath(m_entries.size() - 1);
 }
@@ -239,6 +303,44 @@ void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&
     m_positions.reset(m_entries.size());
     m_slotsByPath.clear();
     m_pathIndexBuilt = false;
+}
+
+std::vector<platform::ListRow> WatchedTable::rows() const
+{
+    std::vector<platform::ListRow> rows;
+    rows.reserve(count());
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        const TableEntry& entry = m_entries[slot];
+        if (entry.form == EntryForm::Removed)
+            continue;
+        platform::ListRow& row = rows.emplace_back();
+        if (entry.row != TableEntry::noRow)
+            row.readIndex = entry.row;
+        if (entry.changed || entry.row == TableEntry::noRow)
+            row.record = viewOfSlot(slot).record();
+    }
+    return rows;
+}
+
+void WatchedTable::rowsStored(Value storedList)
+{
+    m_readList = std::move(storedList);
+    std::uint32_t row = 0;
+    for (TableEntry& entry : m_entries) {
+        if (entry.form == EntryForm::Removed)
+            continue;
+        entry.row = row++;
+        entry.changed = false;
+    }
+}
+
+void WatchedTable::forEachEntry(const std::function<void(std::size_t, const EntryView&)>& visit) const
+{
+    std::size_t position = 0;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form != EntryForm::Removed)
+            visit(position++, viewOfSlot(slot));
+    }
 }
 
 Value WatchedTable::records() const

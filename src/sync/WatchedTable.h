@@ -7,8 +7,11 @@
 //   "entry at position j" still means the j-th live entry after earlier removals;
 // - "first entry with path P" is answered by an index from path to the ordered live slots holding it, built the
 //   first time it is asked (a pass in which no file was replaced never pays for it);
-// - entries stay in their compact form (TableEntry.h) and become records only when the table is handed out.
+// - entries stay in their compact form (TableEntry.h) and become records only when the table is handed out;
+// - each entry knows the element of the stored list it stands for and whether its record differs from it, so that
+//   storing the table (rows()) builds and writes only the records that changed.
 
+#include "platform/PreferenceDatabase.h"
 #include "platform/Value.h"
 #include "sync/LivePositions.h"
 #include "sync/TableEntry.h"
@@ -42,9 +45,11 @@ struct StoredTable {
     // Each record of `records` normalised as the pass does it, in order: a record that is not a dictionary, lacks a
     // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
     // absent `computerId` (at the first record). `records` must be an array. With `leaveOutFaulty` such records
-    // are logged and left out instead (a guarded pass after repeated failures).
-    static std::shared_ptr<const StoredTable> normalise(
-        platform::Value records, const platform::Value* computerId, bool leaveOutFaulty = false);
+    // are logged and left out instead (a guarded pass after repeated failures). A record that shares its storage
+    // with one `previous` normalised (the store hands back the records it kept when it stores a table by rows) is
+    // not normalised again: its entry is taken over.
+    static std::shared_ptr<const StoredTable> normalise(platform::Value records, const platform::Value* computerId,
+        bool leaveOutFaulty = false, const StoredTable* previous = nullptr);
     // True when this is the normalisation of this very list (not only an equal one) with this computer identifier.
     bool isNormalisationOf(const platform::Value& storedRecords, const platform::Value* computerId) const;
 };
@@ -68,6 +73,20 @@ public:
     void replace(std::size_t position, platform::Value record);
     void append(platform::Value record);
     void remove(std::size_t position);
+    // Sets "FileIDKey" of the entry at `position` to `fileID`; an absent one raises as inserting it would.
+    void setFileID(std::size_t position, const std::optional<platform::Value>& fileID);
+
+    // The list the entries' rows refer to: the stored list the table was read from, or the one it was last stored
+    // as (rowsStored).
+    const platform::Value& readList() const { return m_readList; }
+    // The table against readList(), entry by entry: an unchanged entry by its row alone, every other one with its
+    // record. Builds no record for an unchanged entry.
+    std::vector<platform::ListRow> rows() const;
+    // The table was stored as `storedList`: from now on each entry stands, unchanged, for that list's element at
+    // its position.
+    void rowsStored(platform::Value storedList);
+    // Calls `visit` with the position and view of every entry, in table order.
+    void forEachEntry(const std::function<void(std::size_t, const EntryView&)>& visit) const;
 
     // The position of the entry in slot `slot` (the table's position of the entry when the pass read it); raises
     // NSRangeException when a move has taken that entry out.
@@ -94,11 +113,14 @@ private:
     std::string_view pathOfSlot(std::size_t slot) const;
     // A record of this pass, kept where the entries can point to it.
     const platform::Value* keep(platform::Value record);
+    // Slot `slot` stands for `record` from now on, in the place of the stored element it stood for.
+    void setRecord(std::size_t slot, platform::Value record);
     void unindexPath(std::size_t slot);
     void indexPath(std::size_t slot);
     void buildPathIndex();
 
     std::shared_ptr<const StoredTable> m_stored;
+    platform::Value m_readList;
     std::deque<platform::Value> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;

@@ -123,4 +123,9 @@ testsupport::ProcessResult ServiceProcess::stop(int signal)
     return m_process.wait();
 }
 
+testsupport::ProcessResult ServiceProcess::kill()
+{
+    return stop(SIGKILL);
+}
+
 }

@@ -66,6 +66,8 @@ public:
     bool hasEnded() const { return m_process.hasEnded(); }
     // Sends `signal` (SIGTERM: a clean stop; SIGKILL: a crash) and waits for the service to end.
     testsupport::ProcessResult stop(int signal = SIGTERM);
+    // Sends SIGKILL, as a crash or the out-of-memory killer would, and waits for the service to end.
+    testsupport::ProcessResult kill();
 
 private:
     testsupport::Process m_process;

@@ -113,6 +113,13 @@ void SyncedFolder::restartServerAndService()
     startService();
 }
 
+void SyncedFolder::killAndRestartService()
+{
+    m_service->kill();
+    m_service.reset();
+    startService();
+}
+
 void SyncedFolder::restartServiceWithoutSyncFile(int signal, const std::vector<std::string>& launcher)
 {
     m_service->stop(signal);

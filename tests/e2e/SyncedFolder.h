@@ -79,6 +79,11 @@ protected:
     // Stops the service with `signal` (SIGKILL: as a crash) and starts it again without calling SyncFile: it listens,
     // but no polling loop runs. `launcher` is put in front of the new service (unshare ...), when given.
     void restartServiceWithoutSyncFile(int signal = SIGTERM, const std::vector<std::string>& launcher = {});
+    // Kills the service (SIGKILL) wherever it is, starts it again and calls SyncFile on it, as after a crash; waits
+    // until that first pass has ended and its report, if any, is stored.
+    void killAndRestartService();
+    // Raises the file watcher's status, as the file watcher does, without waiting for the pass.
+    void raiseStatus() const;
     // The end of the service's log, for failure messages.
     std::string logTail() const;
     // The changes of the last batch report (type, path, file number), one per line, for failure messages.
@@ -98,7 +103,6 @@ protected:
 private:
     void startServer();
     void startService();
-    void raiseStatus() const;
     testing::AssertionResult waitForPassEnd(std::size_t passesBefore);
     testing::AssertionResult finishStep(std::size_t passesBefore, std::size_t storesBefore);
 

@@ -145,6 +145,97 @@ TEST(PreferenceDatabase, AStoreWritesOnlyTheRowsThatDiffer)
     EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
 }
 
+// The rows of a list as its writer knows them: `table` of 2,000 records with one replaced, one removed, one inserted
+// and one appended, told against the list as read.
+std::vector<platform::ListRow> rowsOfOneChangeOfEachKind(Value& table)
+{
+    std::vector<platform::ListRow> rows;
+    for (std::size_t index = 0; index < 2000; ++index) {
+        if (index == 700)
+            rows.push_back({ platform::ListRow::newElement, recordNumber(9999) });
+        if (index == 1200)
+            continue;
+        rows.push_back({ index, index == 500 ? std::optional(recordNumber(500, "changed")) : std::nullopt });
+    }
+    rows.push_back({ platform::ListRow::newElement, recordNumber(10000) });
+    table.replaceAt(500, recordNumber(500, "changed"));
+    table.removeAt(1200);
+    table.insert(recordNumber(9999), 700);
+    table.append(recordNumber(10000));
+    return rows;
+}
+
+TEST(PreferenceDatabase, AStoreByRowsWritesTheRowsItIsToldChangedAndNoOther)
+{
+    TempDir folder;
+    PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+    Value table = tableOf(2000);
+    database.write(Value::dictionary({ { "FileWatchedDataKey", table }, { "Other", "x" } }));
+    const Value read = *database.read()->find("FileWatchedDataKey");
+    const auto before = database.rowsWritten();
+
+    const Value stored = database.writeListRows("FileWatchedDataKey", read, rowsOfOneChangeOfEachKind(table));
+    EXPECT_EQ(database.rowsWritten() - before, 4u); // three rows written, one removed
+    EXPECT_EQ(stored.description(), table.description());
+    // The kept elements are the very ones read: nothing was parsed again for them.
+    EXPECT_TRUE(stored.at(0).entries().data() == read.at(0).entries().data());
+
+    // Told against the list it returned, the next store by rows writes one row again.
+    std::vector<platform::ListRow> rows;
+    for (std::size_t index = 0; index < stored.count(); ++index)
+        rows.push_back({ index, index == 3 ? std::optional(recordNumber(3, "server")) : std::nullopt });
+    table.replaceAt(3, recordNumber(3, "server"));
+    const auto second = database.rowsWritten();
+    database.writeListRows("FileWatchedDataKey", stored, rows);
+    EXPECT_EQ(database.rowsWritten() - second, 1u);
+
+    PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+    const auto domain = reader.read();
+    EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
+    EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey", "Other" }));
+}
+
+TEST(PreferenceDatabase, AStoreByRowsAfterAnotherProcessStoredWritesTheWholeListItWasGiven)
+{
+    TempDir folder;
+    PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+    Value table = tableOf(2000);
+    database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
+    const Value read = *database.read()->find("FileWatchedDataKey");
+    {
+        PreferenceDatabase other(databaseIn(folder), folder / "unused.json");
+        other.write(Value::dictionary({ { "FileWatchedDataKey", tableOf(3) } }));
+    }
+    // The rows name elements of the list this writer read, not of the one now stored: the last writer's whole
+    // list wins, as a store of the whole domain does.
+    const Value stored = database.writeListRows("FileWatchedDataKey", read, rowsOfOneChangeOfEachKind(table));
+    EXPECT_EQ(stored.description(), table.description());
+    PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+    EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
+}
+
+TEST(PreferenceDatabase, ElementsInsertedWhereNoGapIsLeftRewriteTheList)
+{
+    TempDir folder;
+    PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+    Value table = tableOf(3);
+    database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
+    // Each store puts a new element right after the first one: the gap halves every time, until it is gone.
+    for (int round = 0; round < 20; ++round) {
+        const Value read = *database.read()->find("FileWatchedDataKey");
+        std::vector<platform::ListRow> rows;
+        for (std::size_t index = 0; index < read.count(); ++index) {
+            rows.push_back({ index, std::nullopt });
+            if (index == 0)
+                rows.push_back({ platform::ListRow::newElement, recordNumber(100 + round) });
+        }
+        table.insert(recordNumber(100 + round), 1);
+        database.writeListRows("FileWatchedDataKey", read, rows);
+    }
+    PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+    EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
+}
+
 TEST(PreferenceDatabase, AnotherConnectionsStoreIsSeenByTheNextReadAndAnUnchangedDomainIsNotReadAgain)
 {
     TempDir folder;

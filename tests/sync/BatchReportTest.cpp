@@ -19,6 +19,14 @@ constexpr const char* batchPath = "SyncFileChanges.svc/SyncFilesInTableAndCloud"
 
 class BatchReport : public ServerFixture {
 protected:
+    static std::optional<std::size_t> positionOfPath(const Value& table, const std::string& fullPath)
+    {
+        for (std::size_t index = 0; index < table.count(); ++index)
+            if (text(table.at(index), "BaseSystemFilePathKey") == fullPath)
+                return index;
+        return std::nullopt;
+    }
+
     // The settings snapshot the report reads is taken by SyncFile; its pass finds the synced folder empty.
     void readSettings() { firstPass(); }
 
@@ -215,6 +223,45 @@ TEST_F(BatchReport, AnAcceptedReportStoresTheTableWithTheServersIdentifiersAndCl
     EXPECT_EQ(table(), *stored);
     // The line shows the table as read back from the store.
     EXPECT_EQ(log.countStartingWith("filde ID updayted  " + stored->description()), 1u);
+}
+
+TEST_F(BatchReport, AnAcceptedReportStoresOnlyTheRowsOfTheItemsThatChanged)
+{
+    for (int file = 0; file < 50; ++file)
+        writeFile("f" + std::to_string(file) + ".txt", "x");
+    firstPass();
+    ASSERT_TRUE(waitForStoredIdentifiers());
+    // The first pass after the first sync gives every entry the key order of a seen entry: every row once.
+    sh("mv '" + path("f1.txt") + "' '" + path("g1.txt") + "'");
+    nextPass();
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 2; }));
+
+    // From then on a rename writes its own entry's row, once with the change and once with the server's identifier,
+    // and the row of the entry the last pass made (g1.txt), which takes the key order of a seen entry: 3 of 50.
+    const auto before = defaults.rowsWritten();
+    sh("mv '" + path("f2.txt") + "' '" + path("g2.txt") + "'");
+    nextPass();
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 3; }));
+    EXPECT_LE(defaults.rowsWritten() - before, 3u);
+    EXPECT_GE(defaults.rowsWritten() - before, 1u);
+
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->count(), 50u);
+    EXPECT_EQ(table(), *stored);
+    EXPECT_EQ(text(entryWithPath(*stored, path("g2.txt")), "changeTypeKey"), "Renamed");
+    // The pass after the stores reads them back: nothing is left to report.
+    nextPass();
+    EXPECT_EQ(changes().count(), 0u);
+
+    // Another program's store after the service's own is what the next pass reads: f3.txt taken out of the table
+    // is new again.
+    Value changed = *stored;
+    changed.removeAt(*positionOfPath(changed, path("f3.txt")));
+    storeTable(changed);
+    nextPass();
+    EXPECT_EQ(summary(changes()), Lines { "Created f3.txt" });
+    ASSERT_TRUE(testsupport::eventually([&] { return log.countStartingWith("filde ID updayted  ") == 4; }));
 }
 
 TEST_F(BatchReport, AResultMatchingTwoTableEntriesUpdatesOnlyTheFirst)

@@ -117,8 +117,11 @@ TEST_F(ReportRace, EachReportSendsTheChangeListItsPassHandedOver)
 {
     // Strict: a pass does not wait for the report under way.
     useStrictMode();
-    // The second pass empties and refills the change list while the first report may not have been sent yet.
+    // The second pass empties and refills the change list while the first report may not have been sent yet. Its
+    // reply waits a second, so that its completion's idle status cannot come between the status the second pass
+    // raises and the pass that reads it (the pass would then find nothing to do).
     writeFile("a.txt", "alpha");
+    addFault("delay", batchPath, 1000);
     firstPass();
     writeFile("b.txt", "beta");
     nextPass();
