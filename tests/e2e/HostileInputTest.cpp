@@ -349,6 +349,8 @@ TEST_F(HostileInput, AHundredMegabyteTable)
     ASSERT_EQ(storedRowCount(database), records);
     ASSERT_GT(fs::file_size(database) + fs::file_size(fs::path(database.string() + "-wal")), 100'000'000u);
 
+    // Guarded, whatever the suite's mode: the described system would report every record "Deleted" here.
+    m_folders.setStrictMode(false);
     startService();
     ASSERT_TRUE(logEventuallyHolds("is empty but the table lists 360000 items")) << logTail();
     // The pass holds the whole table as generic records: about 4.5 bytes of memory per byte of record text, 510 MB
