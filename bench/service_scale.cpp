@@ -142,7 +142,9 @@ private:
         fs::create_directories(m_work / "run");
         ::chmod((m_work / "run").c_str(), 0700);
         m_server = std::make_unique<Background>(toolsFolder() / "korbanhold-devserver",
-            std::vector<std::string> { "--port", "0", "--db", (m_work / "server.sqlite").string() },
+            // A million items' first sync is one request of about 400 MB, beyond the server's default limit.
+            std::vector<std::string> { "--port", "0", "--db", (m_work / "server.sqlite").string(), "--max-body-bytes",
+                std::to_string(std::uint64_t(4) << 30) },
             std::vector<std::string> {}, m_work / "server.out", m_work / "server.err");
         waitFor([&] { return readAll(m_work / "server.out").find('\n') != std::string::npos; }, "the devserver");
         const std::string line = readAll(m_work / "server.out");

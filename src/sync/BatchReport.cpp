@@ -232,17 +232,19 @@ bool SyncFilesXpcService::handleReportReply(
             refused.append(changes.at(index));
         }
     }
-    if (refused.count() == changes.count()) {
+    const RenameSet splitRenames = m_refusedRenames.refusedAgain(refused);
+    const bool allRefused = refused.count() == changes.count();
+    // A report refused whole stores nothing, unless a rename in it is to be reported differently next time.
+    if (!allRefused || !splitRenames.empty())
+        storeAcceptedTable(accepted, refused, &acceptedChanges, splitRenames);
+    if (allRefused)
         retryReport(platform::format("the server refused all %@ changes", changes.count()));
-        return false;
-    }
-    storeAcceptedTable(accepted, refused, &acceptedChanges);
-    if (refused.count() != 0)
+    else if (refused.count() != 0)
         retryReport(platform::format("the server refused %@ of %@ changes; they are reported again",
             refused.count(), changes.count()));
     else
         m_reportRetry.succeeded();
-    return true;
+    return !allRefused;
 }
 
 void SyncFilesXpcService::retryReport(const std::string& reason)
@@ -269,14 +271,14 @@ void SyncFilesXpcService::raiseStatus()
 }
 
 void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableAndCloudResponseData>& results,
-    const Value& refused, const Value* acceptedChanges)
+    const Value& refused, const Value* acceptedChanges, const RenameSet& splitRenames)
 {
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
     if (refused.count() != 0) {
         Value table = userDefaultsArray();
-        leaveRefusedChangesUndone(table, refused);
+        leaveRefusedChangesUndone(table, refused, splitRenames);
         setUserDefaultsArray(table);
     }
     const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();

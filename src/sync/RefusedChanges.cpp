@@ -1,5 +1,6 @@
 #include "sync/RefusedChanges.h"
 
+#include "platform/Log.h"
 #include "sync/RecordKeys.h"
 
 namespace engine {
@@ -25,9 +26,43 @@ namespace {
         return std::nullopt;
     }
 
+    const std::string* textOf(const Value& record, std::string_view key)
+    {
+        const Value* value = record.find(key);
+        return value ? value->stringIf() : nullptr;
+    }
+
+    // The (old path, new path) of a "Renamed" record whose two paths are texts.
+    std::optional<std::pair<std::string, std::string>> renameOf(const Value& change)
+    {
+        const std::string* type = textOf(change, keys::changeType);
+        const std::string* oldPath = textOf(change, keys::oldPath);
+        const std::string* newPath = textOf(change, keys::baseSystemFilePath);
+        if (!type || *type != changeTypes::renamed || !oldPath || !newPath)
+            return std::nullopt;
+        return std::pair { *oldPath, *newPath };
+    }
+
 }
 
-void leaveRefusedChangesUndone(Value& table, const Value& refused)
+RenameSet RefusedRenames::refusedAgain(const Value& refused)
+{
+    RenameSet renames;
+    for (const Value& change : refused.elements()) {
+        if (auto rename = renameOf(change))
+            renames.insert(std::move(*rename));
+    }
+    std::lock_guard lock(m_mutex);
+    RenameSet again;
+    for (const auto& rename : renames) {
+        if (m_lastRefused.contains(rename))
+            again.insert(rename);
+    }
+    m_lastRefused = std::move(renames);
+    return again;
+}
+
+void leaveRefusedChangesUndone(Value& table, const Value& refused, const RenameSet& splitRenames)
 {
     for (const Value& change : refused.elements()) {
         const Value* type = change.find(keys::changeType);
@@ -52,6 +87,13 @@ void leaveRefusedChangesUndone(Value& table, const Value& refused)
         } else if (*typeText == changeTypes::renamed) {
             if (const Value* oldPath = change.find(keys::oldPath))
                 table.mutableAt(*position).setObject(*oldPath, keys::baseSystemFilePath);
+            auto rename = renameOf(change);
+            if (rename && splitRenames.contains(*rename)) {
+                platform::log("The server refused the rename of %@ to %@ twice; it is reported as %@ deleted and %@ "
+                              "created",
+                    rename->first, rename->second, rename->first, rename->second);
+                table.mutableAt(*position).setObject(Value(""), keys::baseSystemFileID);
+            }
         }
     }
 }

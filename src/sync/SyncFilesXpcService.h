@@ -27,6 +27,7 @@
 #include "sync/FailureStreak.h"
 #include "sync/FolderScan.h"
 #include "sync/RecordValues.h"
+#include "sync/RefusedChanges.h"
 #include "sync/ReportRetry.h"
 #include "sync/ReportsInFlight.h"
 #include "sync/RootGuard.h"
@@ -129,8 +130,10 @@ private:
     // The completions that change the object: each takes the pass lock. `refused` lists the change records whose
     // results the server refused; the table stored leaves them undone, so that a later pass finds them again.
     // `acceptedChanges` (guarded): the change of each result, whose entry gets the result's server identifier.
+    // `splitRenames`: refused renames that the next pass reports as a deletion and a creation (RefusedChanges.h).
     void storeAcceptedTable(const std::vector<messages::SyncFilesInTableAndCloudResponseData>& results,
-        const platform::Value& refused = platform::Value::array(), const platform::Value* acceptedChanges = nullptr);
+        const platform::Value& refused = platform::Value::array(), const platform::Value* acceptedChanges = nullptr,
+        const RenameSet& splitRenames = {});
     // Stores the table the object holds under "FileWatchedDataKey" and synchronises: only the rows that changed since
     // the table was read or last stored, or the whole list when the store keeps no rows (a domain file). True when
     // the rows were stored.
@@ -207,6 +210,7 @@ private:
     FailureStreak m_failures;
     bool m_workingAround = false;
     ReportRetry m_reportRetry;
+    RefusedRenames m_refusedRenames;
     ReportsInFlight m_reportsInFlight;
 
     platform::UserDefaults& m_standardDefaults;

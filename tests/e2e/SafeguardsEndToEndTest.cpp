@@ -180,6 +180,23 @@ TEST_F(SafeguardsEndToEnd, ServerDownThenBackConvergesWithNobodyRaising)
     EXPECT_TRUE(convergesWithoutARaise());
 }
 
+// The server applied a rename, but the service was killed before it stored the table: started again, it finds the
+// same rename and reports it once more, and the server refuses it (nothing is left at the old path). Refused twice
+// in a row, the rename is reported as the old path deleted and the new one created, and the server converges with
+// nobody raising anything, instead of the rename being retried for ever.
+TEST_F(SafeguardsEndToEnd, ARenameTheServerAppliedButTheServiceNeverStoredConverges)
+{
+    ASSERT_TRUE(changeAndSync("printf 'a\\n' > a.txt"));
+    const Value tableBeforeTheRename = m_defaults.storedTable();
+    ASSERT_TRUE(changeAndSync("mv a.txt b.txt"));
+    restartServiceWithoutSyncFile(SIGKILL);
+    m_defaults.write(serviceDomain, "FileWatchedDataKey", tableBeforeTheRename);
+    ASSERT_EQ(m_folders.sync().exitCode, 0);
+    EXPECT_TRUE(convergesWithoutARaise());
+    EXPECT_EQ(m_folders.logCount("The server refused the rename of"), 1u) << logTail();
+    EXPECT_EQ(lastReportedChangeTypes(), (std::vector<std::string> { "Deleted", "Created" })) << lastReportDescription();
+}
+
 // Lines of the log that start with a time stamp and hold `text`, as seconds of the day.
 std::vector<double> timesOfLines(const std::string& log, const std::string& text)
 {

@@ -121,6 +121,52 @@ TEST_F(SafeguardsReport, ARefusedChangeIsLeftUndoneAndTheAcceptedOneIsStored)
     EXPECT_TRUE(logHolds("the server refused 2 of 3 changes; they are reported again"));
 }
 
+// A rename the server refuses once is reported again as a rename; refused by the next report too, its entry goes
+// back to the old path without its file number, so that the next pass reports the old path deleted and the new one
+// created, which the server applies whatever it holds (for example the item already at its new path).
+TEST_F(SafeguardsReport, ARenameRefusedTwiceInARowIsReportedNextAsADeletionAndACreation)
+{
+    answer(200, "[" + result("", "1", "6") + "]");
+    Value renamed = change("Renamed", "6", "new.txt");
+    renamed.setObject(Value(path("old.txt")), "oldPathKey");
+    const Value table = Value::array({ tableRecord("6", path("new.txt"), "F-6") });
+
+    report(table, Value::array({ renamed }));
+    EXPECT_FALSE(storedTable());
+    EXPECT_TRUE(logHolds("the server refused all 1 changes"));
+
+    report(table, Value::array({ renamed }));
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(summary(*stored), (Lines { "Created old.txt" }));
+    EXPECT_EQ(text(entryWithPath(*stored, path("old.txt")), "BaseSystemFileIDKey"), "");
+    EXPECT_EQ(text(entryWithPath(*stored, path("old.txt")), "FileIDKey"), "F-6");
+    EXPECT_TRUE(logHolds("The server refused the rename of " + path("old.txt") + " to " + path("new.txt")
+        + " twice; it is reported as " + path("old.txt") + " deleted and " + path("new.txt") + " created"));
+}
+
+// Refusals of other reports in between start the count again: only two answered reports in a row count.
+TEST_F(SafeguardsReport, ARenameRefusedTwiceButNotInARowIsReportedAsARenameAgain)
+{
+    Value renamed = change("Renamed", "6", "new.txt");
+    renamed.setObject(Value(path("old.txt")), "oldPathKey");
+    const Value table = Value::array({ tableRecord("6", path("new.txt"), "F-6"), tableRecord("5", path("a.txt"), "") });
+
+    answer(200, "[" + result("", "1", "6") + "]");
+    report(table, Value::array({ renamed }));
+    // The retry that the refusal scheduled raises the status, so that the last refusal schedules one of its own.
+    clock.advance(2s);
+    ASSERT_TRUE(testsupport::eventually([&] { return status() == Value("1"); }));
+    answer(200, "[" + result("F-5", "0", "5") + "]");
+    report(table, Value::array({ change("Created", "5", "a.txt") }));
+    answer(200, "[" + result("", "1", "6") + "]");
+    report(table, Value::array({ renamed }));
+    EXPECT_FALSE(logHolds("The server refused the rename of"));
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(text(entryWithPath(*stored, path("new.txt")), "BaseSystemFileIDKey"), "6");
+}
+
 TEST_F(SafeguardsReport, AFailedReportRaisesTheStatusAgainAfterTheBackoff)
 {
     answer(503, "{\"error\": \"busy\"}");
