@@ -585,7 +585,7 @@ void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint6
         Array elements;
         elements.reserve(rows.size());
         for (std::size_t p = 0; p < rows.size(); ++p)
-            elements.push_back(rows[p].record ? *rows[p].record : recordAt(p));
+            elements.push_back(recordAt(p));
         const Value list = Value::arrayOf(std::move(elements));
         writeInTransaction(domainInTransaction(key, &list));
     };
@@ -647,9 +647,9 @@ void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint6
         remove.bind(1, keyText).bind(2, ord).run();
     Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
     for (std::size_t p = 0; p < rows.size(); ++p) {
-        if (!rows[p].record)
+        if (!rows[p].isWritersRecord())
             continue;
-        const std::string text = valueText(*rows[p].record);
+        const std::string text = valueText(recordAt(p));
         put.bind(1, keyText).bind(2, ords[p]).bind(3, text).run();
         ++m_rowsWritten;
     }

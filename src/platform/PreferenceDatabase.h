@@ -45,12 +45,14 @@ struct sqlite3;
 namespace platform {
 
 // One element of a list stored by rows (PreferenceDatabase::writeListRows), described against the list its writer
-// read: the element at `readIndex` of that list, kept as it is (no `record`) or replaced by `record`; or, with
-// readIndex == newElement, an element that list did not have.
+// read: the element at `readIndex` of that list, kept as it is or `replaced` by the writer's record; or, with
+// readIndex == newElement, an element that list did not have (the writer's record). The records themselves are asked
+// for one at a time, as they are written.
 struct ListRow {
     static constexpr std::size_t newElement = static_cast<std::size_t>(-1);
     std::size_t readIndex = newElement;
-    std::optional<Value> record;
+    bool replaced = false;
+    bool isWritersRecord() const { return replaced || readIndex == newElement; }
 };
 
 // Reads the elements of a stored list one by one (PreferenceDatabase::readList): each as its stored text (the
@@ -108,8 +110,8 @@ public:
     // Stores the list under `key` as `rows` give it, element by element, against the list of version `readVersion`
     // (as readList() or an earlier writeListRows() gave it). While that list is still the one stored only the rows of
     // replaced, new and removed elements are written; otherwise (another process stored the domain since) the list
-    // is stored whole, as write() would, with `recordAt(p)` giving the element of each row p that has no record.
-    // One transaction either way. Returns the version of the list as now stored, which the next store by rows is
+    // is stored whole, as write() would. `recordAt(p)` gives the element of row p: asked for the rows that are the
+    // writer's records, and for every row when the list is stored whole. One transaction either way. Returns the version of the list as now stored, which the next store by rows is
     // told against. Raises as write() does.
     std::uint64_t writeListRows(std::string_view key, std::uint64_t readVersion, const std::vector<ListRow>& rows,
         const std::function<Value(std::size_t)>& recordAt);

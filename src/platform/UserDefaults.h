@@ -75,8 +75,8 @@ public:
     StoredList readList(std::string_view forKey, std::uint64_t knownVersion, ListElementReader& reader);
     // Stores the list under `forKey` row by row when the standard defaults are a database domain
     // (PreferenceDatabase::writeListRows): `rows` give the new list element by element against the list of
-    // `readVersion` (readList's or an earlier store's), and `recordAt(p)` the element of row p when the list must be
-    // stored whole. See ListRowsStore for the outcome.
+    // `readVersion` (readList's or an earlier store's), and `recordAt(p)` the element of row p when it is written.
+    // See ListRowsStore for the outcome.
     struct ListRowsStore {
         // False: nothing was written, because the defaults are a file; store the whole list with setObject().
         bool handled = false;

@@ -15,7 +15,6 @@
 
 #include "platform/Value.h"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>

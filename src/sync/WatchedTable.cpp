@@ -91,11 +91,6 @@ bool StoredTable::hasComputerId(const Value* otherComputerId) const
     return sameComputerId(otherComputerId, computerId);
 }
 
-bool StoredTable::isNormalisationOf(std::uint64_t storedVersion, const Value* otherComputerId) const
-{
-    return version != 0 && version == storedVersion && hasComputerId(otherComputerId);
-}
-
 WatchedTable::WatchedTable()
     : WatchedTable(StoredTable::normalise(StoredRecords(), nullptr, 0))
 {
@@ -314,8 +309,7 @@ std::vector<platform::ListRow> WatchedTable::rows() const
         platform::ListRow& row = rows.emplace_back();
         if (entry.row != TableEntry::noRow)
             row.readIndex = entry.row;
-        if (entry.changed || entry.row == TableEntry::noRow)
-            row.record = viewOfSlot(slot).record();
+        row.replaced = entry.changed;
     }
     return rows;
 }

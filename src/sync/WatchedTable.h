@@ -53,8 +53,6 @@ public:
     static std::shared_ptr<StoredTable> of(StoredRecords records, const platform::Value* computerId, std::uint64_t version);
     // Fills `entries` from `records`, raising or leaving out as normalise() does.
     void normaliseEntries(bool leaveOutFaulty);
-    // True when a pass with this computer identifier may take this table for the stored list of `version`.
-    bool isNormalisationOf(std::uint64_t storedVersion, const platform::Value* otherComputerId) const;
     // True when the table is normalised for this computer identifier.
     bool hasComputerId(const platform::Value* otherComputerId) const;
     const platform::Value* computerIdValue() const { return computerId ? &*computerId : nullptr; }
@@ -88,8 +86,8 @@ public:
     const std::shared_ptr<const StoredTable>& storedTable() const { return m_stored; }
     // The version of the stored list the entries' rows refer to, or 0 when they refer to no stored list.
     std::uint64_t storedVersion() const { return m_storedVersion; }
-    // The table against storedTable(), entry by entry: an unchanged entry by its row alone, every other one with
-    // its record. Builds no record for an unchanged entry.
+    // The table against storedTable(), entry by entry: an unchanged entry by its row alone, every other one marked
+    // as replaced or new. Builds no record: the store asks for the records it writes (at(p).record()).
     std::vector<platform::ListRow> rows() const;
     // The table was stored as list `version`: from now on each entry stands, unchanged, for that list's element at
     // its position, and storedTable() is that list (which the next pass takes instead of reading it again).

@@ -150,7 +150,7 @@ TEST(StoredRecords, TheTableMadeAfterAStoreIsTheListThatWasStored)
     EXPECT_EQ(table.records().description(), expected.description());
     // Nothing is left to store, and the next pass starts from the stored list as if it had read it.
     for (const auto& row : table.rows())
-        EXPECT_FALSE(row.record);
+        EXPECT_FALSE(row.isWritersRecord());
     ASSERT_EQ(stored.entries.size(), 4u);
     EXPECT_EQ(stored.view(1).record().description(), [&] {
         Value unseen = Value::dictionary();
