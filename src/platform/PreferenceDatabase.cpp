@@ -399,6 +399,7 @@ StoredList PreferenceDatabase::readList(std::string_view key, std::uint64_t know
                 list.kind = StoredList::Kind::Unchanged;
             } else {
                 list.kind = StoredList::Kind::Elements;
+                reader.expect(value->count());
                 for (const Value& element : value->elements())
                     reader.value(element);
             }
@@ -409,12 +410,13 @@ StoredList PreferenceDatabase::readList(std::string_view key, std::uint64_t know
         if (const auto scalar = m_snapshot.scalars.find(key); scalar != m_snapshot.scalars.end()) {
             list.kind = StoredList::Kind::Other;
             list.other = scalar->second;
-        } else if (m_snapshot.ords.find(key) == m_snapshot.ords.end()) {
+        } else if (const auto ords = m_snapshot.ords.find(key); ords == m_snapshot.ords.end()) {
             return;
         } else if (list.version == knownVersion) {
             list.kind = StoredList::Kind::Unchanged;
         } else {
             list.kind = StoredList::Kind::Elements;
+            reader.expect(ords->second.size());
             visitRows(std::string(key), [&](std::string_view text) { reader.storedText(text); });
         }
     });

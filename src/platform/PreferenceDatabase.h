@@ -60,6 +60,8 @@ struct ListRow {
 class ListElementReader {
 public:
     virtual ~ListElementReader() = default;
+    // How many elements follow, before the first.
+    virtual void expect(std::size_t count) = 0;
     // Raises JsonError when `text` is not a value: the stored list is then taken as damaged.
     virtual void storedText(std::string_view text) = 0;
     virtual void value(const Value& element) = 0;

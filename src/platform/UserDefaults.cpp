@@ -129,6 +129,7 @@ StoredList UserDefaults::readList(std::string_view forKey, std::uint64_t knownVe
         list.kind = StoredList::Kind::Unchanged;
     } else {
         list.kind = StoredList::Kind::Elements;
+        reader.expect(value->count());
         for (const Value& element : value->elements())
             reader.value(element);
     }

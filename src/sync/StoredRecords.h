@@ -32,6 +32,7 @@ public:
     static StoredRecords sharing(const StoredRecords& other);
 
     std::size_t count() const { return m_rows.size(); }
+    void reserve(std::size_t count) { m_rows.reserve(count); }
 
     // Appends a record from its stored text (the preference JSON form): regular records of printable ASCII are
     // read straight into their compact form, anything else through the JSON reader. Raises JsonError when the text

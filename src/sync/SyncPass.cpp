@@ -171,6 +171,7 @@ namespace {
     // Reads the stored table's records straight into their compact form.
     class StoredRecordsReader : public platform::ListElementReader {
     public:
+        void expect(std::size_t count) override { records.reserve(count); }
         void storedText(std::string_view text) override { records.appendText(text); }
         void value(const Value& element) override { records.append(element); }
         StoredRecords records;

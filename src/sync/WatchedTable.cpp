@@ -322,6 +322,7 @@ void WatchedTable::rowsStored(std::uint64_t version)
     // read into.
     auto next = std::make_shared<StoredTable>();
     next->records = StoredRecords::sharing(m_stored->records);
+    next->records.reserve(count());
     next->computerId = m_stored->computerId;
     const std::string* computerIdText = m_stored->computerId ? m_stored->computerId->stringIf() : nullptr;
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {

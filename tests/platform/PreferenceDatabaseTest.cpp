@@ -149,6 +149,7 @@ TEST(PreferenceDatabase, AStoreWritesOnlyTheRowsThatDiffer)
 // Collects the elements readList() hands over.
 class CollectedElements : public platform::ListElementReader {
 public:
+    void expect(std::size_t count) override { elements.reserve(count); }
     void storedText(std::string_view text) override
     {
         elements.append(platform::readPreferenceJson(text, { .allowFragments = true }));
