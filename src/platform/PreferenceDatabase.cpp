@@ -226,6 +226,27 @@ std::string timestampForName()
 
 std::uint64_t newStoreVersion() { return ++lastStoreVersion; }
 
+StoredList readListOfValue(
+    const Value* value, std::uint64_t version, std::uint64_t knownVersion, ListElementReader& reader)
+{
+    StoredList list;
+    if (!value)
+        return list;
+    list.version = version;
+    if (!value->isArray()) {
+        list.kind = StoredList::Kind::Other;
+        list.other = *value;
+    } else if (version == knownVersion) {
+        list.kind = StoredList::Kind::Unchanged;
+    } else {
+        list.kind = StoredList::Kind::Elements;
+        reader.expect(value->count());
+        for (const Value& element : value->elements())
+            reader.value(element);
+    }
+    return list;
+}
+
 PreferenceDatabase::PreferenceDatabase(std::filesystem::path file, std::filesystem::path legacyJson)
     : m_file(std::move(file))
     , m_legacyJson(std::move(legacyJson))
@@ -389,20 +410,7 @@ StoredList PreferenceDatabase::readList(std::string_view key, std::uint64_t know
         list = StoredList();
         list.version = m_snapshot.version;
         if (m_snapshot.unimported) {
-            const Value* value = m_snapshot.unimported->find(key);
-            if (!value)
-                return;
-            if (!value->isArray()) {
-                list.kind = StoredList::Kind::Other;
-                list.other = *value;
-            } else if (list.version == knownVersion) {
-                list.kind = StoredList::Kind::Unchanged;
-            } else {
-                list.kind = StoredList::Kind::Elements;
-                reader.expect(value->count());
-                for (const Value& element : value->elements())
-                    reader.value(element);
-            }
+            list = readListOfValue(m_snapshot.unimported->find(key), m_snapshot.version, knownVersion, reader);
             return;
         }
         if (!m_snapshot.present)

@@ -84,6 +84,10 @@ struct StoredList {
 // A new version number: unique in the process, never 0.
 std::uint64_t newStoreVersion();
 
+// readList() of `value`, a key's value in a domain kept as values (null: no such key), whose version is `version`.
+StoredList readListOfValue(
+    const Value* value, std::uint64_t version, std::uint64_t knownVersion, ListElementReader& reader);
+
 // A store or removal that did not happen; what.() says why. Nothing stored changed.
 class PreferenceDatabaseError : public std::runtime_error {
 public:

@@ -116,24 +116,9 @@ StoredList UserDefaults::readList(std::string_view forKey, std::uint64_t knownVe
         noteLoadOfLargeDatabase(*database, m_applicationDomain, loadsBefore);
         return list;
     }
-    StoredList list;
     const auto domain = loadDomain(m_applicationDomain);
-    const Value* value = domain ? domain->find(forKey) : nullptr;
-    if (!value)
-        return list;
-    list.version = m_cache[m_applicationDomain].storeVersion;
-    if (!value->isArray()) {
-        list.kind = StoredList::Kind::Other;
-        list.other = *value;
-    } else if (list.version == knownVersion) {
-        list.kind = StoredList::Kind::Unchanged;
-    } else {
-        list.kind = StoredList::Kind::Elements;
-        reader.expect(value->count());
-        for (const Value& element : value->elements())
-            reader.value(element);
-    }
-    return list;
+    return readListOfValue(domain ? domain->find(forKey) : nullptr, m_cache[m_applicationDomain].storeVersion,
+        knownVersion, reader);
 }
 
 UserDefaults::ListRowsStore UserDefaults::setListRows(std::string_view forKey, std::uint64_t readVersion,
