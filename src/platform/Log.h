@@ -19,6 +19,7 @@
 
 #include <concepts>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,10 +37,21 @@ LogSink setLogSink(LogSink sink);
 // Writes one message.
 void logText(std::string_view text);
 
+// A list argument whose elements are made one at a time, only as far as the line's description of it reaches: a
+// large table is printed at the cost of the cap, without being made whole.
+struct ListOnDemand {
+    std::size_t count = 0;
+    std::function<Value(std::size_t)> elementAt;
+};
+
 // What a "%@" prints for each kind of argument.
 inline std::string describe(const Value& value) { return value.description(); }
 inline std::string describe(const std::optional<Value>& value) { return value ? value->description() : "(null)"; }
 inline std::string describe(const Value* value) { return value ? value->description() : "(null)"; }
+inline std::string describe(const ListOnDemand& list)
+{
+    return Value::describeList(list.count, list.elementAt, std::numeric_limits<std::size_t>::max());
+}
 inline std::string describe(const Exception& exception) { return exception.reason(); }
 inline std::string describe(const Error& error) { return error.description(); }
 inline std::string describe(std::string_view text) { return std::string(text); }
@@ -66,6 +78,10 @@ inline std::string describeUpTo(const std::optional<Value>& value, std::size_t m
     return value ? value->description(max + 1) : "(null)";
 }
 inline std::string describeUpTo(const Value* value, std::size_t max) { return value ? value->description(max + 1) : "(null)"; }
+inline std::string describeUpTo(const ListOnDemand& list, std::size_t max)
+{
+    return Value::describeList(list.count, list.elementAt, max + 1);
+}
 inline std::string describeUpTo(std::string_view text, std::size_t max) { return std::string(text.substr(0, max + 1)); }
 inline std::string describeUpTo(const std::string& text, std::size_t max) { return text.substr(0, max + 1); }
 template<typename Argument>

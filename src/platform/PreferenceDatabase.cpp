@@ -7,6 +7,7 @@
 
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -121,89 +122,19 @@ Value valueOfText(std::string_view text)
     return readPreferenceJson(text, options);
 }
 
-// True when `value` reads back from its stored text as the very value it is: printable ASCII text, or a dictionary
-// of such texts under such keys (every record the engine makes). Anything else is read back from its text, so that
-// what this object keeps is what another reader gets.
-bool isPlainText(std::string_view text)
+// A stored element's value; a text that is not one means the file was damaged or edited by something else.
+Value storedValueOf(std::string_view text)
 {
-    for (const char c : text)
-        if (c < 0x20 || c > 0x7E)
-            return false;
-    return true;
+    try {
+        return valueOfText(text);
+    } catch (const JsonError& error) {
+        throw SqliteFailure(SQLITE_CORRUPT, "a stored value is not valid: " + error.reason());
+    }
 }
 
-bool readsBackAsItIs(const Value& value)
-{
-    if (const std::string* text = value.stringIf())
-        return isPlainText(*text);
-    if (!value.isDictionary())
-        return false;
-    for (const auto& [key, element] : value.entries())
-        if (!isPlainText(key) || !element.isString() || !isPlainText(element.string()))
-            return false;
-    return true;
-}
-
-// `value` as a reader of its stored `text` gets it.
-Value storedForm(const Value& value, std::string_view text)
-{
-    return readsBackAsItIs(value) ? value : valueOfText(text);
-}
-
-// Equal in everything their stored text shows: kinds, number type codes, key order. (Value's == is looser: it takes
-// true for 1 and ignores the order of keys, and an element it calls equal may still be stored differently.)
-bool identical(const Value& a, const Value& b)
-{
-    if (a.kind() != b.kind())
-        return false;
-    switch (a.kind()) {
-    case Value::Kind::Null:
-        return true;
-    case Value::Kind::String:
-        return a.string() == b.string();
-    case Value::Kind::Number: {
-        const Number& x = a.number();
-        const Number& y = b.number();
-        if (x.type() != y.type())
-            return false;
-        if (x.isFloatingPoint()) {
-            const double dx = x.doubleValue(), dy = y.doubleValue();
-            return std::memcmp(&dx, &dy, sizeof dx) == 0;
-        }
-        return x.isUnsigned() ? x.uint64Value() == y.uint64Value() : x.int64Value() == y.int64Value();
-    }
-    case Value::Kind::Date: {
-        const double dx = a.dateValue(), dy = b.dateValue();
-        return std::memcmp(&dx, &dy, sizeof dx) == 0;
-    }
-    case Value::Kind::Data:
-        return a.bytes() == b.bytes();
-    case Value::Kind::Array: {
-        const auto& x = a.elements();
-        const auto& y = b.elements();
-        if (x.size() != y.size())
-            return false;
-        for (std::size_t i = 0; i < x.size(); ++i)
-            if (!identical(x[i], y[i]))
-                return false;
-        return true;
-    }
-    case Value::Kind::Dictionary: {
-        const auto& x = a.entries();
-        const auto& y = b.entries();
-        if (x.size() != y.size())
-            return false;
-        for (std::size_t i = 0; i < x.size(); ++i)
-            if (x[i].first != y[i].first || !identical(x[i].second, y[i].second))
-                return false;
-        return true;
-    }
-    }
-    return false;
-}
-
-// How the rows of one list change from the stored elements to `next`: each new element either keeps the row of an
-// identical stored one, takes over the row of a changed one, or gets a new row between its neighbours.
+// How the rows of one list change from the stored elements to `next` (both as their stored texts: equal texts read
+// back as the same value): each new element either keeps the row of an equal stored one, takes over the row of a
+// changed one, or gets a new row between its neighbours.
 struct ListPlan {
     std::vector<std::int64_t> ords; // of every element of `next`, in order
     std::vector<std::int64_t> removed;
@@ -211,7 +142,8 @@ struct ListPlan {
     bool rewrite = false; // no room between two rows: the list is written afresh
 };
 
-ListPlan planList(const Array& stored, const std::vector<std::int64_t>& storedOrds, const Array& next)
+ListPlan planList(const std::vector<std::string>& stored, const std::vector<std::int64_t>& storedOrds,
+    const std::vector<std::string>& next)
 {
     ListPlan plan;
     plan.ords.reserve(next.size());
@@ -226,13 +158,13 @@ ListPlan planList(const Array& stored, const std::vector<std::int64_t>& storedOr
         ++j;
     };
     while (j < next.size()) {
-        if (i < stored.size() && identical(stored[i], next[j])) {
+        if (i < stored.size() && stored[i] == next[j]) {
             keep(storedOrds[i++], false);
             continue;
         }
         std::size_t removedRun = 0;
         for (std::size_t d = 1; d <= lookAhead && i + d < stored.size(); ++d)
-            if (identical(stored[i + d], next[j])) {
+            if (stored[i + d] == next[j]) {
                 removedRun = d;
                 break;
             }
@@ -243,7 +175,7 @@ ListPlan planList(const Array& stored, const std::vector<std::int64_t>& storedOr
         }
         std::size_t insertedRun = 0;
         for (std::size_t e = 1; e <= lookAhead && i < stored.size() && j + e < next.size(); ++e)
-            if (identical(stored[i], next[j + e])) {
+            if (stored[i] == next[j + e]) {
                 insertedRun = e;
                 break;
             }
@@ -282,12 +214,37 @@ ListPlan freshPlan(std::size_t count)
     return plan;
 }
 
+std::atomic<std::uint64_t> lastStoreVersion { 0 };
+
 std::string timestampForName()
 {
     const double now = std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
     return formatDate(now, "yyyyMMdd-HHmmss.SSS");
 }
 
+}
+
+std::uint64_t newStoreVersion() { return ++lastStoreVersion; }
+
+StoredList readListOfValue(
+    const Value* value, std::uint64_t version, std::uint64_t knownVersion, ListElementReader& reader)
+{
+    StoredList list;
+    if (!value)
+        return list;
+    list.version = version;
+    if (!value->isArray()) {
+        list.kind = StoredList::Kind::Other;
+        list.other = *value;
+    } else if (version == knownVersion) {
+        list.kind = StoredList::Kind::Unchanged;
+    } else {
+        list.kind = StoredList::Kind::Elements;
+        reader.expect(value->count());
+        for (const Value& element : value->elements())
+            reader.value(element);
+    }
+    return list;
 }
 
 PreferenceDatabase::PreferenceDatabase(std::filesystem::path file, std::filesystem::path legacyJson)
@@ -392,7 +349,7 @@ std::int64_t PreferenceDatabase::dataVersion()
     return version.integer(0);
 }
 
-std::optional<Value> PreferenceDatabase::read()
+bool PreferenceDatabase::readCurrent(const std::function<void()>& readSnapshot)
 {
     try {
         if (m_db && fileChangedUnderUs())
@@ -401,44 +358,129 @@ std::optional<Value> PreferenceDatabase::read()
             m_snapshot = Snapshot();
             if (std::filesystem::exists(m_legacyJson))
                 importLegacyJson();
-            return m_snapshot.domain;
+            readSnapshot();
+            return true;
         }
-        const std::int64_t version = dataVersion();
-        if (!m_snapshot.valid || version != m_snapshot.dataVersion) {
-            execute(m_db, "BEGIN");
-            try {
+        execute(m_db, "BEGIN");
+        try {
+            const std::int64_t version = dataVersion();
+            if (!m_snapshot.valid || version != m_snapshot.dataVersion) {
                 load();
-                execute(m_db, "COMMIT");
-            } catch (...) {
-                sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
-                throw;
+                m_snapshot.dataVersion = version;
             }
-            m_snapshot.dataVersion = version;
+            try {
+                readSnapshot();
+            } catch (const JsonError& error) {
+                throw SqliteFailure(SQLITE_CORRUPT, "a stored value is not valid: " + error.reason());
+            }
+            execute(m_db, "COMMIT");
+        } catch (...) {
+            sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+            throw;
         }
-        return m_snapshot.domain;
+        return true;
     } catch (const SqliteFailure& failure) {
         if (failure.meansDamagedFile()) {
             moveAside(failure.what());
-            return std::nullopt;
+            return false;
         }
-        // Busy past the time-out, out of memory: keep what was read last rather than report a stored table as gone.
+        // Busy past the time-out, out of memory: the caller keeps what it read last rather than take a stored table
+        // as gone.
         log("Could not read preference database %@: %@", m_file.string(), failure.what());
-        return m_snapshot.domain;
+        return false;
     }
 }
 
-// Reads the whole domain (inside a transaction that the caller holds). A stored text that is not a value means the
-// file was damaged or edited by something else than this store.
+std::optional<Value> PreferenceDatabase::read()
+{
+    std::optional<Value> domain;
+    readCurrent([&] {
+        if (m_snapshot.unimported)
+            domain = m_snapshot.unimported;
+        else if (m_snapshot.present)
+            domain = domainInTransaction();
+    });
+    return domain;
+}
+
+StoredList PreferenceDatabase::readList(std::string_view key, std::uint64_t knownVersion, ListElementReader& reader)
+{
+    StoredList list;
+    const bool read = readCurrent([&] {
+        list = StoredList();
+        list.version = m_snapshot.version;
+        if (m_snapshot.unimported) {
+            list = readListOfValue(m_snapshot.unimported->find(key), m_snapshot.version, knownVersion, reader);
+            return;
+        }
+        if (!m_snapshot.present)
+            return;
+        if (const auto scalar = m_snapshot.scalars.find(key); scalar != m_snapshot.scalars.end()) {
+            list.kind = StoredList::Kind::Other;
+            list.other = scalar->second;
+        } else if (const auto ords = m_snapshot.ords.find(key); ords == m_snapshot.ords.end()) {
+            return;
+        } else if (list.version == knownVersion) {
+            list.kind = StoredList::Kind::Unchanged;
+        } else {
+            list.kind = StoredList::Kind::Elements;
+            reader.expect(ords->second.size());
+            visitRows(std::string(key), [&](std::string_view text) { reader.storedText(text); });
+        }
+    });
+    if (!read) {
+        // Not readable now: the reader keeps what it has. Damaged and moved aside: nothing is stored.
+        list = StoredList();
+        if (std::filesystem::exists(m_file)) {
+            list.kind = StoredList::Kind::Unchanged;
+            list.version = knownVersion;
+        }
+    }
+    return list;
+}
+
+void PreferenceDatabase::visitRows(const std::string& key, const std::function<void(std::string_view)>& visit)
+{
+    Statement rows(m_db, "SELECT value FROM list_rows WHERE key = ? ORDER BY ord");
+    rows.bind(1, key);
+    while (rows.step())
+        visit(rows.text(0));
+}
+
+Value PreferenceDatabase::domainInTransaction(std::string_view replacedKey, const Value* list)
+{
+    Entries entries;
+    bool replaced = false;
+    for (const StoredKey& stored : m_snapshot.keys) {
+        if (list && stored.key == replacedKey) {
+            entries.emplace_back(stored.key, *list);
+            replaced = true;
+        } else if (stored.text) {
+            entries.emplace_back(stored.key, m_snapshot.scalars.at(stored.key));
+        } else {
+            Array elements;
+            elements.reserve(m_snapshot.ords.at(stored.key).size());
+            visitRows(stored.key, [&](std::string_view text) { elements.push_back(storedValueOf(text)); });
+            entries.emplace_back(stored.key, Value::arrayOf(std::move(elements)));
+        }
+    }
+    if (list && !replaced)
+        entries.emplace_back(std::string(replacedKey), *list);
+    return Value::dictionaryOf(std::move(entries));
+}
+
+// Reads what the domain holds besides its list elements (inside a transaction that the caller holds). A stored text
+// that is not a value means the file was damaged or edited by something else than this store.
 void PreferenceDatabase::load()
 {
     try {
-        loadRows();
+        loadLayout();
     } catch (const JsonError& error) {
         throw SqliteFailure(SQLITE_CORRUPT, "a stored value is not valid: " + error.reason());
     }
 }
 
-void PreferenceDatabase::loadRows()
+void PreferenceDatabase::loadLayout()
 {
     ++m_loadCount;
     Snapshot snapshot;
@@ -448,29 +490,24 @@ void PreferenceDatabase::loadRows()
         m_snapshot = std::move(snapshot);
         return;
     }
-    Entries entries;
+    snapshot.present = true;
     Statement keys(m_db, "SELECT key, value FROM domain_keys ORDER BY position");
-    Statement rows(m_db, "SELECT ord, value FROM list_rows WHERE key = ? ORDER BY ord");
+    Statement rows(m_db, "SELECT ord FROM list_rows WHERE key = ? ORDER BY ord");
     while (keys.step()) {
         std::string key(keys.text(0));
         if (!keys.isNull(1)) {
             std::string text(keys.text(1));
-            entries.emplace_back(key, valueOfText(text));
+            snapshot.scalars.emplace(key, valueOfText(text));
             snapshot.keys.push_back({ std::move(key), std::move(text) });
             continue;
         }
-        Array elements;
         auto& ords = snapshot.ords[key];
         rows.bind(1, key);
-        while (rows.step()) {
+        while (rows.step())
             ords.push_back(rows.integer(0));
-            elements.push_back(valueOfText(rows.text(1)));
-        }
         rows.reset();
-        snapshot.keys.push_back({ key, std::nullopt });
-        entries.emplace_back(std::move(key), Value::arrayOf(std::move(elements)));
+        snapshot.keys.push_back({ std::move(key), std::nullopt });
     }
-    snapshot.domain = Value::dictionaryOf(std::move(entries));
     m_snapshot = std::move(snapshot);
 }
 
@@ -495,7 +532,7 @@ void PreferenceDatabase::importLegacyJson()
         log("Could not import preference domain file %@ into %@: %@", m_legacyJson.string(), m_file.string(),
             error.what());
         m_snapshot = Snapshot();
-        m_snapshot.domain = std::move(domain);
+        m_snapshot.unimported = std::move(domain);
     }
 }
 
@@ -515,6 +552,7 @@ void PreferenceDatabase::transact(const std::function<void()>& store)
                 }
                 store();
                 execute(m_db, "COMMIT");
+                m_snapshot.version = newStoreVersion();
                 return;
             } catch (...) {
                 sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -541,30 +579,28 @@ void PreferenceDatabase::write(const Value& domain)
     }
 }
 
-Value PreferenceDatabase::writeListRows(std::string_view key, const Value& readList, const std::vector<ListRow>& rows)
+std::uint64_t PreferenceDatabase::writeListRows(std::string_view key, std::uint64_t readVersion,
+    const std::vector<ListRow>& rows, const std::function<Value(std::size_t)>& recordAt)
 {
-    transact([&] { writeRowsInTransaction(key, readList, rows); });
-    return *m_snapshot.domain->find(key);
+    transact([&] { writeRowsInTransaction(key, readVersion, rows, recordAt); });
+    return m_snapshot.version;
 }
 
-// Writes the rows that `rows` say changed when the stored list is still `readList`, else the list whole; then makes
-// m_snapshot what a reader would now read.
-void PreferenceDatabase::writeRowsInTransaction(
-    std::string_view key, const Value& readList, const std::vector<ListRow>& rows)
+// Writes the rows that `rows` say changed when the stored list is still the one of `readVersion`, else the list
+// whole; then makes m_snapshot what a reader would now read.
+void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint64_t readVersion,
+    const std::vector<ListRow>& rows, const std::function<Value(std::size_t)>& recordAt)
 {
-    Array elements;
-    elements.reserve(rows.size());
-    for (const ListRow& row : rows)
-        elements.push_back(row.record ? *row.record : readList.at(row.readIndex));
     const auto writeWhole = [&] {
-        Value domain = m_snapshot.domain.value_or(Value::dictionary());
-        domain.setObject(Value::arrayOf(std::move(elements)), key);
-        writeInTransaction(domain);
+        Array elements;
+        elements.reserve(rows.size());
+        for (std::size_t p = 0; p < rows.size(); ++p)
+            elements.push_back(recordAt(p));
+        const Value list = Value::arrayOf(std::move(elements));
+        writeInTransaction(domainInTransaction(key, &list));
     };
-    const Value* stored = m_snapshot.domain ? m_snapshot.domain->find(key) : nullptr;
     const auto storedOrds = m_snapshot.ords.find(key);
-    if (!stored || !stored->isArray() || !readList.isArray() || &stored->elements() != &readList.elements()
-        || storedOrds == m_snapshot.ords.end()) {
+    if (readVersion != m_snapshot.version || storedOrds == m_snapshot.ords.end() || m_snapshot.unimported) {
         writeWhole();
         return;
     }
@@ -582,7 +618,7 @@ void PreferenceDatabase::writeRowsInTransaction(
     for (std::size_t p = 0; p < rows.size();) {
         if (isRead(rows[p])) {
             const std::size_t index = rows[p].readIndex;
-            if (index < nextRead) {
+            if (index < nextRead || index >= previousOrds.size()) {
                 writeWhole();
                 return;
             }
@@ -598,7 +634,8 @@ void PreferenceDatabase::writeRowsInTransaction(
         while (end < rows.size() && !isRead(rows[end]))
             ++end;
         const auto run = static_cast<std::int64_t>(end - p);
-        const bool beforeRead = end < rows.size() && rows[end].readIndex >= nextRead;
+        const bool beforeRead = end < rows.size() && rows[end].readIndex >= nextRead
+            && rows[end].readIndex < previousOrds.size();
         const std::int64_t bound
             = beforeRead ? previousOrds[rows[end].readIndex] : previousOrd + ordSpacing * (run + 1);
         const std::int64_t step = (bound - previousOrd) / (run + 1);
@@ -620,37 +657,33 @@ void PreferenceDatabase::writeRowsInTransaction(
         remove.bind(1, keyText).bind(2, ord).run();
     Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
     for (std::size_t p = 0; p < rows.size(); ++p) {
-        if (!rows[p].record)
+        if (!rows[p].isWritersRecord())
             continue;
-        const std::string text = valueText(*rows[p].record);
+        const std::string text = valueText(recordAt(p));
         put.bind(1, keyText).bind(2, ords[p]).bind(3, text).run();
-        elements[p] = storedForm(elements[p], text);
         ++m_rowsWritten;
     }
     m_rowsWritten += removed.size();
-    Value domain = *m_snapshot.domain;
-    domain.setObject(Value::arrayOf(std::move(elements)), key);
-    m_snapshot.domain = std::move(domain);
     m_snapshot.ords[keyText] = std::move(ords);
 }
 
-// Writes the rows of `domain` that differ from m_snapshot, then makes m_snapshot what a reader would now read.
+// Writes the rows of `domain` that differ from what is stored, then makes m_snapshot what a reader would now read.
 void PreferenceDatabase::writeInTransaction(const Value& domain)
 {
     std::vector<StoredKey> keys;
-    Entries stored;
+    std::map<std::string, Value, std::less<>> scalars;
     for (const auto& [key, value] : domain.entries()) {
         if (value.isArray()) {
             keys.push_back({ key, std::nullopt });
             continue;
         }
         std::string text = valueText(value);
-        stored.emplace_back(key, valueOfText(text));
+        scalars.emplace(key, valueOfText(text));
         keys.push_back({ key, std::move(text) });
     }
-    if (!m_snapshot.domain)
+    if (!m_snapshot.present)
         execute(m_db, "INSERT OR REPLACE INTO domain_state(id, present) VALUES (1, 1)");
-    if (!m_snapshot.domain || keys != m_snapshot.keys) {
+    if (!m_snapshot.present || keys != m_snapshot.keys) {
         execute(m_db, "DELETE FROM domain_keys");
         Statement insert(m_db, "INSERT INTO domain_keys(position, key, value) VALUES (?, ?, ?)");
         for (std::size_t position = 0; position < keys.size(); ++position) {
@@ -671,51 +704,43 @@ void PreferenceDatabase::writeInTransaction(const Value& domain)
     }
 
     std::map<std::string, std::vector<std::int64_t>, std::less<>> ords;
-    Entries entries;
-    std::size_t scalar = 0;
     for (const auto& [key, value] : domain.entries()) {
-        if (!value.isArray()) {
-            entries.push_back(std::move(stored[scalar++]));
+        if (!value.isArray())
             continue;
+        const auto beforeOrds = m_snapshot.present ? m_snapshot.ords.find(key) : m_snapshot.ords.end();
+        const bool hadList = beforeOrds != m_snapshot.ords.end();
+        // The texts are compared, so that only what differs is written; a list stored afresh is written as it is
+        // encoded, one element at a time.
+        std::vector<std::string> storedTexts;
+        std::vector<std::string> texts;
+        ListPlan plan;
+        if (hadList) {
+            storedTexts.reserve(beforeOrds->second.size());
+            visitRows(key, [&](std::string_view text) { storedTexts.emplace_back(text); });
+            texts.reserve(value.count());
+            for (const Value& element : value.elements())
+                texts.push_back(valueText(element));
+            plan = planList(storedTexts, beforeOrds->second, texts);
+            if (plan.rewrite)
+                dropList.bind(1, key).run();
         }
-        const Value* before = m_snapshot.domain ? m_snapshot.domain->find(key) : nullptr;
-        const auto beforeOrds = m_snapshot.ords.find(key);
-        const bool hadList = before && before->isArray() && beforeOrds != m_snapshot.ords.end();
-        static const Array none;
-        const Array& previous = hadList ? before->elements() : none;
-        ListPlan plan = hadList ? planList(previous, beforeOrds->second, value.elements()) : freshPlan(value.count());
-        if (plan.rewrite && hadList) {
-            dropList.bind(1, key).run();
+        if (!hadList || plan.rewrite)
             plan = freshPlan(value.count());
-        }
         Statement remove(m_db, "DELETE FROM list_rows WHERE key = ? AND ord = ?");
         for (const std::int64_t ord : plan.removed)
             remove.bind(1, key).bind(2, ord).run();
         m_rowsWritten += plan.removed.size() + plan.written.size();
         Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
-        // What a reader gets back: the stored elements that were kept, and the written ones as their text reads.
-        Array elements;
-        elements.reserve(value.count());
-        std::size_t nextWritten = 0;
-        std::size_t nextKept = 0;
-        for (std::size_t j = 0; j < value.count(); ++j) {
-            if (nextWritten < plan.written.size() && plan.written[nextWritten] == j) {
-                ++nextWritten;
-                const std::string text = valueText(value.at(j));
-                put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
-                elements.push_back(storedForm(value.at(j), text));
-                continue;
-            }
-            // A kept element: find the stored one with this ord (they come in order).
-            while (beforeOrds->second[nextKept] != plan.ords[j])
-                ++nextKept;
-            elements.push_back(previous[nextKept]);
+        for (const std::size_t j : plan.written) {
+            const std::string text = texts.empty() ? valueText(value.at(j)) : std::move(texts[j]);
+            put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
         }
         ords.emplace(key, std::move(plan.ords));
-        entries.emplace_back(key, Value::arrayOf(std::move(elements)));
     }
-    m_snapshot.domain = Value::dictionaryOf(std::move(entries));
+    m_snapshot.present = true;
+    m_snapshot.unimported.reset();
     m_snapshot.keys = std::move(keys);
+    m_snapshot.scalars = std::move(scalars);
     m_snapshot.ords = std::move(ords);
     m_snapshot.valid = true;
 }

@@ -13,9 +13,12 @@
 // `ord` leaves gaps between neighbours, so that an element inserted between two others, or removed, touches only
 // its own row. Each store is one transaction: a reader sees the domain before it or after it.
 //
-// Reads are served from what this object last read or wrote, checked on every read with one stat of the file and
-// SQLite's data_version (which changes only when another connection commits): a domain that nobody else changed
-// costs no parsing, whatever its size.
+// This object keeps what it needs to write by rows and to know whether anything changed: the domain's keys, its
+// scalar values and the `ord` of every list element, checked on every read with one stat of the file and SQLite's
+// data_version (which changes only when another connection commits). It keeps no list element: a list of a hundred
+// thousand records would cost a hundred megabytes as values. Whoever reads a whole list gets it parsed from its rows
+// (read()), and a reader that keeps its own form of the elements reads their stored texts one by one (readList()),
+// and only when the list changed since its last read.
 //
 // A database that is not one, or is corrupt, is logged once, moved aside (its name gets ".corrupt-<time>") and the
 // domain reads as absent; the next store starts a new database. When the database does not exist yet and the
@@ -42,13 +45,48 @@ struct sqlite3;
 namespace platform {
 
 // One element of a list stored by rows (PreferenceDatabase::writeListRows), described against the list its writer
-// read: the element at `readIndex` of that list, kept as it is (no `record`) or replaced by `record`; or, with
-// readIndex == newElement, an element that list did not have.
+// read: the element at `readIndex` of that list, kept as it is or `replaced` by the writer's record; or, with
+// readIndex == newElement, an element that list did not have (the writer's record). The records themselves are asked
+// for one at a time, as they are written.
 struct ListRow {
     static constexpr std::size_t newElement = static_cast<std::size_t>(-1);
     std::size_t readIndex = newElement;
-    std::optional<Value> record;
+    bool replaced = false;
+    bool isWritersRecord() const { return replaced || readIndex == newElement; }
 };
+
+// Reads the elements of a stored list one by one (PreferenceDatabase::readList): each as its stored text (the
+// preference JSON form, PreferenceJson.h), or as a value when the list did not come from rows.
+class ListElementReader {
+public:
+    virtual ~ListElementReader() = default;
+    // How many elements follow, before the first.
+    virtual void expect(std::size_t count) = 0;
+    // Raises JsonError when `text` is not a value: the stored list is then taken as damaged.
+    virtual void storedText(std::string_view text) = 0;
+    virtual void value(const Value& element) = 0;
+};
+
+// What readList() found under a key.
+struct StoredList {
+    enum class Kind {
+        Absent, // no domain, or no such key
+        Unchanged, // the list the reader last read (the version it gave); its elements were not read again
+        Elements, // a list, whose elements went to the reader
+        Other, // a value that is not a list: `other`
+    };
+    Kind kind = Kind::Absent;
+    // Names what is stored: equal versions mean the same list. Unique in the process, never 0.
+    std::uint64_t version = 0;
+    std::optional<Value> other;
+};
+
+// A new version number: unique in the process, never 0.
+std::uint64_t newStoreVersion();
+
+// readList() of `value`, a key's value in a domain kept as values (null: no such key), whose version is `version`.
+StoredList readListOfValue(
+    const Value* value, std::uint64_t version, std::uint64_t knownVersion, ListElementReader& reader);
 
 // A store or removal that did not happen; what.() says why. Nothing stored changed.
 class PreferenceDatabaseError : public std::runtime_error {
@@ -64,18 +102,25 @@ public:
     PreferenceDatabase(const PreferenceDatabase&) = delete;
     PreferenceDatabase& operator=(const PreferenceDatabase&) = delete;
 
-    // The domain, or absent when it is not stored (or the database was not valid).
+    // The domain, or absent when it is not stored (or the database was not valid). Its lists are parsed from their
+    // rows for this call.
     std::optional<Value> read();
+    // The value under `key`: when it is a list, its elements go to `reader`, unless it is still the list of version
+    // `knownVersion` (an earlier readList's or writeListRows's). A stored text that is not a value makes the database
+    // damaged (moved aside, Absent).
+    StoredList readList(std::string_view key, std::uint64_t knownVersion, ListElementReader& reader);
     // Stores `domain`, a dictionary, in one transaction that writes the rows that differ from what is stored.
     // Raises JsonError (nothing written) when a value cannot be encoded, PreferenceDatabaseError when the database
     // cannot be written.
     void write(const Value& domain);
-    // Stores the list under `key` as `rows` give it, element by element, against `readList`, a list that read()
-    // handed out under `key`. While the stored list is still `readList` (the same storage, not only an equal list)
-    // only the rows of replaced, new and removed elements are written; otherwise (another process stored the domain
-    // since) the list is stored whole, as write() would. One transaction either way. Returns the list as now stored,
-    // which the next store by rows is told against. Raises as write() does.
-    Value writeListRows(std::string_view key, const Value& readList, const std::vector<ListRow>& rows);
+    // Stores the list under `key` as `rows` give it, element by element, against the list of version `readVersion`
+    // (as readList() or an earlier writeListRows() gave it). While that list is still the one stored only the rows of
+    // replaced, new and removed elements are written; otherwise (another process stored the domain since) the list
+    // is stored whole, as write() would. `recordAt(p)` gives the element of row p: asked for the rows that are the
+    // writer's records, and for every row when the list is stored whole. One transaction either way. Returns the version of the list as now stored, which the next store by rows is
+    // told against. Raises as write() does.
+    std::uint64_t writeListRows(std::string_view key, std::uint64_t readVersion, const std::vector<ListRow>& rows,
+        const std::function<Value(std::size_t)>& recordAt);
     // Marks the domain absent. Raises PreferenceDatabaseError.
     void remove();
 
@@ -91,28 +136,42 @@ private:
         std::optional<std::string> text;
         bool operator==(const StoredKey&) const = default;
     };
-    // What the database holds, as this object last read or wrote it.
+    // What the database holds, as this object last read or wrote it, without the list elements.
     struct Snapshot {
         bool valid = false;
         std::int64_t dataVersion = 0;
-        std::optional<Value> domain;
+        bool present = false; // the domain exists
         std::vector<StoredKey> keys;
+        // The values of the keys that are not lists.
+        std::map<std::string, Value, std::less<>> scalars;
         // The `ord` of every element of each list, in list order.
         std::map<std::string, std::vector<std::int64_t>, std::less<>> ords;
+        // Changes with every load and store (StoredList::version).
+        std::uint64_t version = newStoreVersion();
+        // The former JSON file's domain while it could not be imported: what reads until it can.
+        std::optional<Value> unimported;
     };
 
     bool open(bool create);
     void close();
     bool fileChangedUnderUs() const;
+    // Runs `readSnapshot` on a snapshot that is current, inside a read transaction when there is a database.
+    // False when the database could not be read (logged; a damaged one is moved aside and the snapshot is empty).
+    bool readCurrent(const std::function<void()>& readSnapshot);
     void load();
-    void loadRows();
+    void loadLayout();
+    // The stored texts of the elements of list `key` in order, each to `visit` (inside a transaction).
+    void visitRows(const std::string& key, const std::function<void(std::string_view)>& visit);
+    // The domain as stored, its lists parsed from their rows; the list under `replacedKey`, when given, is `list`
+    // instead (inside a transaction).
+    Value domainInTransaction(std::string_view replacedKey = {}, const Value* list = nullptr);
     void importLegacyJson();
     // Runs `store` in one write transaction on a snapshot that is current. A damaged database is moved aside and
     // `store` run once more on a new one.
     void transact(const std::function<void()>& store);
     void writeInTransaction(const Value& domain);
-    void writeRowsInTransaction(std::string_view key, const Value& readList, const std::vector<ListRow>& rows);
-    void writeList(const std::string& key, const Value& list);
+    void writeRowsInTransaction(std::string_view key, std::uint64_t readVersion, const std::vector<ListRow>& rows,
+        const std::function<Value(std::size_t)>& recordAt);
     void moveAside(const std::string& reason);
     std::int64_t dataVersion();
 

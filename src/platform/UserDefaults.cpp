@@ -107,15 +107,29 @@ void UserDefaults::setObject(const std::optional<Value>& value, std::string_view
     store(m_applicationDomain, domain, nullptr);
 }
 
-UserDefaults::ListRowsStore UserDefaults::setListRows(
-    std::string_view forKey, const Value& readList, const std::vector<ListRow>& rows)
+StoredList UserDefaults::readList(std::string_view forKey, std::uint64_t knownVersion, ListElementReader& reader)
+{
+    std::lock_guard lock(m_mutex);
+    if (PreferenceDatabase* database = databaseOf(m_applicationDomain)) {
+        const std::uint64_t loadsBefore = database->loadCount();
+        StoredList list = database->readList(forKey, knownVersion, reader);
+        noteLoadOfLargeDatabase(*database, m_applicationDomain, loadsBefore);
+        return list;
+    }
+    const auto domain = loadDomain(m_applicationDomain);
+    return readListOfValue(domain ? domain->find(forKey) : nullptr, m_cache[m_applicationDomain].storeVersion,
+        knownVersion, reader);
+}
+
+UserDefaults::ListRowsStore UserDefaults::setListRows(std::string_view forKey, std::uint64_t readVersion,
+    const std::vector<ListRow>& rows, const std::function<Value(std::size_t)>& recordAt)
 {
     std::lock_guard lock(m_mutex);
     PreferenceDatabase* database = databaseOf(m_applicationDomain);
     if (!database)
         return {};
     try {
-        return { true, database->writeListRows(forKey, readList, rows) };
+        return { true, database->writeListRows(forKey, readVersion, rows, recordAt) };
     } catch (const PreferenceDatabaseError& error) {
         reportFailedWrite(m_applicationDomain, error);
         return { true, std::nullopt };
@@ -208,6 +222,16 @@ void UserDefaults::releaseMemoryOfReplacedDomains()
     ::malloc_trim(0);
 }
 
+void UserDefaults::noteLoadOfLargeDatabase(
+    const PreferenceDatabase& database, const std::string& name, std::uint64_t loadsBefore)
+{
+    // Another program stored the domain; a large one's former values are freed once their reader lets go of them.
+    std::error_code ignored;
+    if (database.loadCount() != loadsBefore && loadsBefore != 0
+        && std::filesystem::file_size(pathOf(name), ignored) >= static_cast<std::uintmax_t>(largeDomainBytes))
+        m_largeDomainReplaced = true;
+}
+
 void UserDefaults::forgetCachedVersion(CachedDomain& cached)
 {
     if (cached.version && cached.version->size >= largeDomainBytes)
@@ -254,11 +278,7 @@ std::optional<Value> UserDefaults::loadDomain(const std::string& name)
     if (PreferenceDatabase* database = databaseOf(name)) {
         const std::uint64_t loadsBefore = database->loadCount();
         std::optional<Value> domain = database->read();
-        // Another program stored the domain; a large one's former values are freed once the pass lets go of them.
-        std::error_code ignored;
-        if (database->loadCount() != loadsBefore && loadsBefore != 0
-            && std::filesystem::file_size(pathOf(name), ignored) >= static_cast<std::uintmax_t>(largeDomainBytes))
-            m_largeDomainReplaced = true;
+        noteLoadOfLargeDatabase(*database, name, loadsBefore);
         return domain;
     }
     CachedDomain& cached = m_cache[name];
@@ -292,6 +312,7 @@ std::optional<Value> UserDefaults::parseDomain(const std::string& name, CachedDo
     }
     forgetCachedVersion(cached);
     cached.version = contents.identity;
+    cached.storeVersion = newStoreVersion();
     cached.settled = contents.identity.settledBefore(clock);
     ++m_parseCount;
     try {

@@ -35,6 +35,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -68,17 +69,23 @@ public:
     std::optional<Value> objectForKey(std::string_view key);
     // Stores `value` under `forKey` and writes the domain; an absent value removes the key.
     void setObject(const std::optional<Value>& value, std::string_view forKey);
+    // The value under `forKey`, a list's elements given to `reader` one by one unless it is still the list of
+    // `knownVersion` (PreferenceDatabase::readList). A database domain keeps no list elements, so this is how a
+    // reader that keeps its own form of a large list reads it; a file domain gives its cached elements as values.
+    StoredList readList(std::string_view forKey, std::uint64_t knownVersion, ListElementReader& reader);
     // Stores the list under `forKey` row by row when the standard defaults are a database domain
-    // (PreferenceDatabase::writeListRows): `readList` is a list objectForKey() handed out, and `rows` give the new
-    // list element by element against it. See ListRowsStore for the outcome.
+    // (PreferenceDatabase::writeListRows): `rows` give the new list element by element against the list of
+    // `readVersion` (readList's or an earlier store's), and `recordAt(p)` the element of row p when it is written.
+    // See ListRowsStore for the outcome.
     struct ListRowsStore {
         // False: nothing was written, because the defaults are a file; store the whole list with setObject().
         bool handled = false;
-        // The list as now stored, which later stores by rows are told against; absent when the database could not
-        // be written (logged, and synchronize() returns false).
-        std::optional<Value> stored;
+        // The version of the list as now stored, which later stores by rows are told against; absent when the
+        // database could not be written (logged, and synchronize() returns false).
+        std::optional<std::uint64_t> version;
     };
-    ListRowsStore setListRows(std::string_view forKey, const Value& readList, const std::vector<ListRow>& rows);
+    ListRowsStore setListRows(std::string_view forKey, std::uint64_t readVersion, const std::vector<ListRow>& rows,
+        const std::function<Value(std::size_t)>& recordAt);
     // True when every write since the last call succeeded.
     bool synchronize();
 
@@ -114,6 +121,7 @@ private:
         std::optional<FileIdentity> version; // the version read, absent when there was no file to read
         bool settled = false; // `version` proves that the file is unchanged (FileIdentity::settledBefore)
         std::optional<Value> domain; // absent when the file was not a valid domain
+        std::uint64_t storeVersion = 0; // names `domain` for readList()
         // The last problem logged for this domain, so that one bad version is logged once.
         std::optional<FileIdentity> reportedVersion;
         std::string reportedReason;
@@ -124,6 +132,8 @@ private:
     PreferenceDatabase* databaseOf(const std::string& name);
     // Stores a domain, through its database or as its file; a failure is logged and remembered for synchronize().
     void store(const std::string& name, const Value& domain, const std::string* encoded);
+    // Notes that `database` loaded its domain again since `loadsBefore`: when it is large, the trim is worth it.
+    void noteLoadOfLargeDatabase(const PreferenceDatabase& database, const std::string& name, std::uint64_t loadsBefore);
     // Notes that the cached version of a domain goes; a large one makes releaseMemoryOfReplacedDomains() trim.
     void forgetCachedVersion(CachedDomain& cached);
     std::optional<Value> parseDomain(const std::string& name, CachedDomain& cached, const timespec& clock);

@@ -562,20 +562,8 @@ void Value::describe(std::string& out, int indent, bool nested, std::size_t limi
         return;
     }
     case Kind::Array: {
-        appendNestedIndent(out, indent, nested);
-        out += "(\n";
         const auto& array = elements();
-        for (std::size_t i = 0; i < array.size(); ++i) {
-            if (out.size() >= limit)
-                return;
-            appendIndent(out, indent + 1);
-            array[i].describe(out, indent + 1, true, limit);
-            if (i + 1 < array.size())
-                out += ',';
-            out += '\n';
-        }
-        appendIndent(out, indent);
-        out += ')';
+        describeArray(out, indent, nested, array.size(), [&](std::size_t i) -> const Value& { return array[i]; }, limit);
         return;
     }
     case Kind::Dictionary: {
@@ -600,6 +588,33 @@ void Value::describe(std::string& out, int indent, bool nested, std::size_t limi
         return;
     }
     }
+}
+
+template<typename ElementAt>
+void Value::describeArray(
+    std::string& out, int indent, bool nested, std::size_t count, const ElementAt& elementAt, std::size_t limit)
+{
+    appendNestedIndent(out, indent, nested);
+    out += "(\n";
+    for (std::size_t i = 0; i < count; ++i) {
+        if (out.size() >= limit)
+            return;
+        appendIndent(out, indent + 1);
+        elementAt(i).describe(out, indent + 1, true, limit);
+        if (i + 1 < count)
+            out += ',';
+        out += '\n';
+    }
+    appendIndent(out, indent);
+    out += ')';
+}
+
+std::string Value::describeList(
+    std::size_t count, const std::function<Value(std::size_t)>& elementAt, std::size_t limit)
+{
+    std::string out;
+    describeArray(out, 0, false, count, elementAt, limit);
+    return out;
 }
 
 std::string Value::description() const { return description(std::numeric_limits<std::size_t>::max()); }

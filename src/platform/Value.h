@@ -18,6 +18,7 @@
 #include "platform/Exception.h"
 
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -175,6 +176,10 @@ public:
     // the text is the full description's first bytes and at most one element's description longer than `limit`.
     // The cost follows what is written, not the size of the collection.
     std::string description(std::size_t limit) const;
+    // The description(limit) of a list of `count` elements, made one at a time by `elementAt` only as far as the
+    // description reaches.
+    static std::string describeList(
+        std::size_t count, const std::function<Value(std::size_t)>& elementAt, std::size_t limit);
 
 private:
     struct DateValue {
@@ -189,6 +194,9 @@ private:
     Entries& mutableEntries();
     [[noreturn]] void raiseWrongKind(const char* operation) const;
     void describe(std::string& out, int indent, bool nested, std::size_t limit) const;
+    template<typename ElementAt>
+    static void describeArray(
+        std::string& out, int indent, bool nested, std::size_t count, const ElementAt& elementAt, std::size_t limit);
 
     Storage m_storage;
 };

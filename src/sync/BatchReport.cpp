@@ -85,8 +85,7 @@ namespace {
                 firstPositionOfText.try_emplace(*text);
         if (!firstPositionOfText.empty()) {
             table.forEachEntry([&](std::size_t position, const EntryView& entry) {
-                const Value* fileNumber = entry.find(RecordKey::BaseSystemFileID);
-                const std::string* text = fileNumber ? fileNumber->stringIf() : nullptr;
+                const auto text = entry.text(RecordKey::BaseSystemFileID);
                 auto found = text ? firstPositionOfText.find(*text) : firstPositionOfText.end();
                 if (found != firstPositionOfText.end() && !found->second)
                     found->second = position;
@@ -102,7 +101,7 @@ namespace {
             }
             std::optional<std::size_t> first;
             table.forEachEntry([&](std::size_t position, const EntryView& entry) {
-                const Value* entryFileNumber = entry.find(RecordKey::BaseSystemFileID);
+                const auto entryFileNumber = entry.find(RecordKey::BaseSystemFileID);
                 bool matches = fileNumber ? entryFileNumber && *entryFileNumber == *fileNumber : !entryFileNumber;
                 if (matches && !first)
                     first = position;
@@ -148,12 +147,12 @@ namespace {
             auto found = entry.pathText().data() ? changesByPath.find(entry.pathText()) : changesByPath.end();
             if (found == changesByPath.end())
                 return;
-            const Value* number = entry.find(RecordKey::BaseSystemFileID);
-            if (!number || !number->isString())
+            const auto number = entry.text(RecordKey::BaseSystemFileID);
+            if (!number)
                 return;
             for (std::size_t index : found->second) {
                 const std::string& changeNumber = changes.at(index).find(keys::baseSystemFileID)->string();
-                if (!positionOfChange[index] && changeNumber == number->string())
+                if (!positionOfChange[index] && changeNumber == *number)
                     positionOfChange[index] = position;
             }
         });
@@ -294,22 +293,38 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
         else
             copyServerFileIDs(m_userDefaultsArray, results);
     }
-    storeTable();
+    const bool stored = storeTable();
     if (storeOnce)
         writeStatus(m_standardDefaults, "0");
-    platform::log("filde ID updayted  %@", m_standardDefaults.objectForKey(settings::fileWatchedData));
+    logStoredTable(stored);
 }
 
-void SyncFilesXpcService::storeTable()
+bool SyncFilesXpcService::storeTable()
 {
     std::lock_guard lock(m_fieldsMutex);
-    auto stored = m_standardDefaults.setListRows(
-        settings::fileWatchedData, m_userDefaultsArray.readList(), m_userDefaultsArray.rows());
+    const WatchedTable& table = m_userDefaultsArray;
+    auto stored = m_standardDefaults.setListRows(settings::fileWatchedData, table.storedVersion(),
+        table.rows(), [&](std::size_t position) { return table.at(position).record(); });
     if (!stored.handled)
         m_standardDefaults.setObject(m_userDefaultsArray.records(), settings::fileWatchedData);
-    else if (stored.stored)
-        m_userDefaultsArray.rowsStored(std::move(*stored.stored));
+    else if (stored.version)
+        m_userDefaultsArray.rowsStored(*stored.version);
     m_standardDefaults.synchronize();
+    return stored.handled && stored.version;
+}
+
+// "filde ID updayted  %@" with the table as now stored. After a store by rows that is the object's table, whose
+// records are made only as far as the line's cap reaches; otherwise it is read back from the store.
+void SyncFilesXpcService::logStoredTable(bool storedByRows)
+{
+    if (!storedByRows) {
+        platform::log("filde ID updayted  %@", m_standardDefaults.objectForKey(settings::fileWatchedData));
+        return;
+    }
+    std::lock_guard lock(m_fieldsMutex);
+    const WatchedTable& table = m_userDefaultsArray;
+    platform::log("filde ID updayted  %@",
+        platform::ListOnDemand { table.count(), [&](std::size_t position) { return table.at(position).record(); } });
 }
 
 }

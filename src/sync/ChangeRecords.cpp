@@ -14,18 +14,20 @@ using platform::Value;
 
 namespace {
 
-    struct Field {
-        std::string_view key;
-        const Value* value;
-    };
-
     std::optional<Value> optionalOf(const Value* value) { return value ? std::optional<Value>(*value) : std::nullopt; }
+
+    struct Field {
+        Field(std::string_view key, const Value* value) : key(key), value(optionalOf(value)) { }
+        Field(std::string_view key, std::optional<Value> value) : key(key), value(std::move(value)) { }
+        std::string_view key;
+        std::optional<Value> value;
+    };
 
     Value recordOf(std::initializer_list<Field> fields)
     {
         Value record = Value::dictionary();
         for (const auto& field : fields)
-            record.setObject(optionalOf(field.value), field.key); // an absent value raises, naming the key
+            record.setObject(field.value, field.key); // an absent value raises, naming the key
         return record;
     }
 
@@ -63,21 +65,21 @@ Value normalisedRecord(const EntryView& entry)
 {
     Value record = Value::dictionary();
     for (RecordKey key : normalisedKeys)
-        record.setObject(optionalOf(entry.find(key)), nameOf(key));
+        record.setObject(entry.find(key), nameOf(key));
     return record;
 }
 
 void requireNormalisedFields(const EntryView& entry)
 {
     for (RecordKey key : normalisedKeys) {
-        if (!entry.find(key))
+        if (!entry.find(key).has_value())
             raiseMissingValue(nameOf(key));
     }
 }
 
 Value seenRecord(const EntryView& entry, const Value* computerId)
 {
-    Value fileID = cleanedFileID(entry.find(keys::fileID));
+    Value fileID = cleanedFileID(entry.find(RecordKey::FileID));
     return recordOf({
         { keys::baseSystemFileID, entry.find(keys::baseSystemFileID) },
         { keys::baseSystemFilePath, entry.find(keys::baseSystemFilePath) },
@@ -126,7 +128,7 @@ Value modifiedRecord(const ItemTexts& item, const Value& fileID, const Value* co
 
 Value renamedRecord(const EntryView& entry, const Value& newPath, const Value* computerId)
 {
-    Value fileID = cleanedFileID(entry.find(keys::fileID));
+    Value fileID = cleanedFileID(entry.find(RecordKey::FileID));
     return recordOf({
         { keys::baseSystemFileID, entry.find(keys::baseSystemFileID) },
         { keys::baseSystemFilePath, &newPath },
@@ -144,7 +146,7 @@ Value renamedRecord(const EntryView& entry, const Value& newPath, const Value* c
 Value movedAwayRecord(const EntryView& entry, std::string_view removeMark, const Value* computerId)
 {
     Value mark(removeMark);
-    Value fileID = cleanedFileID(entry.find(keys::fileID));
+    Value fileID = cleanedFileID(entry.find(RecordKey::FileID));
     return recordOf({
         { keys::baseSystemFileID, entry.find(keys::baseSystemFileID) },
         { keys::baseSystemFilePath, entry.find(keys::baseSystemFilePath) },
@@ -161,7 +163,7 @@ Value movedAwayRecord(const EntryView& entry, std::string_view removeMark, const
 
 Value deletedRecord(const EntryView& entry, const Value* computerId)
 {
-    Value fileID = cleanedFileID(entry.find(keys::fileID));
+    Value fileID = cleanedFileID(entry.find(RecordKey::FileID));
     return recordOf({
         { keys::baseSystemFileID, entry.find(keys::baseSystemFileID) },
         { keys::baseSystemFilePath, entry.find(keys::baseSystemFilePath) },

@@ -74,7 +74,7 @@ void SyncFilesXpcService::modifyItemAt(
     std::size_t position, std::size_t index, const std::optional<platform::FileAttributes>& attributes)
 {
     ItemTexts texts = textsOf(index, attributes);
-    Value fileID = cleanedFileID(m_userDefaultsArray.at(position).find(keys::fileID));
+    Value fileID = cleanedFileID(m_userDefaultsArray.at(position).find(RecordKey::FileID));
     Value record = modifiedRecord(texts, fileID, settingsValue(settings::computerId));
     m_userDefaultsArray.replace(position, record);
     m_changedListArray.append(std::move(record));

@@ -29,10 +29,9 @@ namespace {
 
     // False when the entry records the other kind of item (a file for a folder, or the reverse). An entry whose kind
     // cannot be read is not held against the item.
-    bool mayBeSameItem(const TableEntry& entry, const platform::FileAttributes& item)
+    bool mayBeSameItem(const EntryView& entry, const platform::FileAttributes& item)
     {
-        const platform::Value* kind = EntryView(entry, nullptr).find(RecordKey::IsFile);
-        const std::string* text = kind ? kind->stringIf() : nullptr;
+        const auto text = entry.text(RecordKey::IsFile);
         return !text || *text == isFileText(item.type == platform::FileType::Directory);
     }
 
@@ -46,13 +45,14 @@ namespace {
 }
 
 std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vector<std::string>& paths,
-    const std::vector<TableEntry>& entries, const std::vector<bool>& skipped)
+    const StoredTable& table, const std::vector<bool>& skipped)
 {
+    const std::vector<TableEntry>& entries = table.entries;
     boost::unordered_flat_map<std::string_view, Entries> entriesByPath;
     boost::unordered_flat_map<std::uint64_t, Entries> entriesByNumber;
     for (std::uint32_t entry = 0; entry < entries.size(); ++entry) {
-        if (entries[entry].path.data())
-            entriesByPath[entries[entry].path].push_back(entry);
+        if (std::string_view path = table.view(entry).pathText(); path.data())
+            entriesByPath[path].push_back(entry);
         if (entries[entry].hasFileNumber)
             entriesByNumber[entries[entry].fileNumber].push_back(entry);
     }
@@ -84,7 +84,7 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vecto
     // of d): an entry of the other kind is never the item moved. (At its own path it is the item replaced, and its
     // "Modified" record gives the server the new kind.)
     auto sameKind = [&](std::size_t item, std::uint32_t entry) {
-        return mayBeSameItem(entries[entry], scan.attributesAt(item));
+        return mayBeSameItem(table.view(entry), scan.attributesAt(item));
     };
 
     pairEach(ItemPairing::InPlace, atPath, [&](std::size_t item, std::uint32_t entry) {

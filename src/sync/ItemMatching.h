@@ -18,7 +18,7 @@
 // Entries left unpaired are deleted.
 
 #include "sync/FolderScan.h"
-#include "sync/TableEntry.h"
+#include "sync/WatchedTable.h"
 
 #include <cstdint>
 #include <vector>
@@ -36,6 +36,6 @@ struct ItemMatch {
 // One match per walked item, in walk order. `skipped[i]` leaves item i out (an item in a shared folder); its match
 // is Skipped. `paths[i]` is item i's full path.
 std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vector<std::string>& paths,
-    const std::vector<TableEntry>& entries, const std::vector<bool>& skipped);
+    const StoredTable& table, const std::vector<bool>& skipped);
 
 }

@@ -26,6 +26,10 @@ std::optional<std::int32_t> parseFileSizeText(std::string_view text);
 // A server file identifier as records carry it: missing, the null object or the empty string become the empty
 // string; any other value is kept as it is.
 platform::Value cleanedFileID(const platform::Value* fileID);
+inline platform::Value cleanedFileID(const std::optional<platform::Value>& fileID)
+{
+    return cleanedFileID(fileID ? &*fileID : nullptr);
+}
 
 // "filemodifiedDateKey": the modification date with the pattern "yyyy-MM-dd hh:mm:ss" in the local time zone. The
 // hour is on the 12-hour clock without an AM/PM mark, so 14:05:09 and 02:05:09 of one day read the same; records and

@@ -12,14 +12,6 @@ namespace engine {
 
 using platform::Value;
 
-namespace {
-    bool isText(const Value* value, std::string_view text)
-    {
-        const std::string* string = value ? value->stringIf() : nullptr;
-        return string && *string == text;
-    }
-}
-
 void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
 {
     std::lock_guard lock(m_fieldsMutex);
@@ -35,7 +27,7 @@ void SyncFilesXpcService::performFileRenameProcess(const std::string& fileID)
 bool SyncFilesXpcService::contentChanged(const EntryView& entry, const std::optional<platform::FileAttributes>& item)
 {
     bool sizeChanged = entry.kilobytes() != fileSizeKilobytes(item ? item->size : 0);
-    bool dateChanged = !(item && isText(entry.find(RecordKey::ModifiedDate), m_modifiedDates.text(item->modificationDate)));
+    bool dateChanged = !(item && entry.text(RecordKey::ModifiedDate) == m_modifiedDates.text(item->modificationDate));
     // Strict: only both together count, either alone is not enough. Guarded, either counts for a file; a folder's
     // date changes with every item added or taken out, which its items report themselves.
     bool isFile = item && item->type != platform::FileType::Directory;
@@ -75,7 +67,7 @@ void SyncFilesXpcService::renameItem(std::size_t j, std::size_t i, const std::st
 
     std::string_view oldPath = entry.pathText();
     if (!oldPath.data()) {
-        const Value* oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
+        const auto oldPathValue = entry.find(RecordKey::BaseSystemFilePath);
         if (!oldPathValue)
             raiseMissingValue(keys::baseSystemFilePath);
         oldPathValue->string(); // raises: a path operation on what is not a string

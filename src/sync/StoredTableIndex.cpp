@@ -5,7 +5,7 @@
 namespace engine {
 
 StoredTableIndex::StoredTableIndex()
-    : StoredTableIndex(StoredTable::normalise(platform::Value::array(), nullptr))
+    : StoredTableIndex(StoredTable::normalise(StoredRecords(), nullptr, 0))
 {
 }
 
@@ -36,9 +36,9 @@ bool StoredTableIndex::containsPath(std::string_view path)
 {
     if (!m_pathsBuilt) {
         m_pathsBuilt = true;
-        for (const auto& entry : m_table->entries) {
-            if (entry.path.data())
-                m_paths.insert(entry.path);
+        for (std::size_t position = 0; position < m_table->entries.size(); ++position) {
+            if (std::string_view path = m_table->view(position).pathText(); path.data())
+                m_paths.insert(path);
         }
     }
     return m_paths.contains(path);

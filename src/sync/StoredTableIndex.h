@@ -38,7 +38,7 @@ private:
     // Whether the entry at each position is the first with its file number.
     std::vector<bool> m_isFirst;
     bool m_pathsBuilt = false;
-    // Views into the records of m_table.
+    // Views into the texts of m_table's records.
     boost::unordered_flat_set<std::string_view> m_paths;
 };
 

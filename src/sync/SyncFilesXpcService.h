@@ -135,8 +135,11 @@ private:
         const platform::Value& refused = platform::Value::array(), const platform::Value* acceptedChanges = nullptr,
         const RenameSet& splitRenames = {});
     // Stores the table the object holds under "FileWatchedDataKey" and synchronises: only the rows that changed since
-    // the table was read or last stored, or the whole list when the store keeps no rows (a domain file).
-    void storeTable();
+    // the table was read or last stored, or the whole list when the store keeps no rows (a domain file). True when
+    // the rows were stored.
+    bool storeTable();
+    // Logs "filde ID updayted  %@" with the table as stored; `storedByRows`: the last storeTable() stored the rows.
+    void logStoredTable(bool storedByRows);
     // "FileWatcherStatusKey" = "1", as SyncFile writes it.
     void raiseStatus();
     // The guarded check of a batch report's reply: stores what the server accepted, and retries what it did not.

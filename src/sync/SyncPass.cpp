@@ -166,30 +166,73 @@ bool SyncFilesXpcService::readDomainsAndStatus()
     return busy;
 }
 
+namespace {
+
+    // Reads the stored table's records straight into their compact form.
+    class StoredRecordsReader : public platform::ListElementReader {
+    public:
+        void expect(std::size_t count) override { records.reserve(count); }
+        void storedText(std::string_view text) override { records.appendText(text); }
+        void value(const Value& element) override { records.append(element); }
+        StoredRecords records;
+    };
+
+}
+
 // Steps 3 to 7: empty change list and walk, the table read and normalised, the shared-file records marked for
 // deletion, and the table's file numbers and paths listed as they were read.
 void SyncFilesXpcService::loadTables()
 {
-    auto stored = m_standardDefaults.objectForKey(settings::fileWatchedData);
-    Value storedTable = stored ? *stored : Value::array();
+    // The table the object holds stands for the stored list it was read from or stored as; while that list is
+    // still the one stored, it is neither read nor normalised again.
+    std::shared_ptr<const StoredTable> current;
+    std::uint64_t knownVersion = 0;
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        current = m_userDefaultsArray.storedTable();
+        if (current->hasComputerId(settingsValue(settings::computerId)))
+            knownVersion = current->version;
+    }
+    StoredRecordsReader reader;
+    const platform::StoredList stored = m_standardDefaults.readList(settings::fileWatchedData, knownVersion, reader);
     std::lock_guard lock(m_fieldsMutex);
     m_changedListArray = Value::array();
     m_scan = FolderScan();
 
     const Value* computerId = settingsValue(settings::computerId);
+    // The table of the stored records, and whether this pass normalises it (read afresh, or for another computer
+    // identifier) or takes it as it is.
+    std::shared_ptr<const StoredTable> storedTable;
+    std::shared_ptr<StoredTable> toNormalise;
+    switch (stored.kind) {
+    case platform::StoredList::Kind::Unchanged:
+        storedTable = current;
+        if (!current->hasComputerId(computerId))
+            storedTable = toNormalise = StoredTable::of(current->records, computerId, current->version);
+        break;
+    case platform::StoredList::Kind::Absent:
+        storedTable = toNormalise = StoredTable::of(StoredRecords(), computerId, stored.version);
+        break;
+    case platform::StoredList::Kind::Elements:
+        storedTable = toNormalise = StoredTable::of(std::move(reader.records), computerId, stored.version);
+        break;
+    case platform::StoredList::Kind::Other:
+        break;
+    }
     try {
         // A domain without a shared-file list gives an empty one: no record matches anything in it either way.
         const Value* sharedRecords = m_sharedFilePrefs ? m_sharedFilePrefs->find(settings::sharedFileData) : nullptr;
         m_sharedFilesArray = sharedRecords ? *sharedRecords : Value::array();
         requireMutableCopy(m_sharedFilesArray);
-        // The list the store hands out is the one the last pass normalised as long as its file did not change;
-        // then its normalisation and index are still right.
-        if (!m_tableIndex.table()->isNormalisationOf(storedTable, computerId))
-            m_tableIndex = StoredTableIndex(
-                StoredTable::normalise(storedTable, computerId, m_workingAround, m_tableIndex.table().get()));
+        if (stored.kind == platform::StoredList::Kind::Other)
+            stored.other->elements(); // raises: a list operation on what is not a list
+        if (toNormalise)
+            toNormalise->normaliseEntries(m_workingAround);
+        if (m_tableIndex.table() != storedTable)
+            m_tableIndex = StoredTableIndex(storedTable);
     } catch (const std::exception&) {
         // Until it is normalised the table is the stored list as it is, and so it stays when that fails.
-        m_userDefaultsArray = storedTable.isArray() ? WatchedTable::ofRecords(storedTable) : WatchedTable();
+        m_userDefaultsArray = storedTable ? WatchedTable::ofRecords(storedTable->records.list()) : WatchedTable();
         throw;
     }
     m_userDefaultsArray.reload(m_tableIndex.table());
@@ -240,7 +283,7 @@ void SyncFilesXpcService::classifyMatchedItems()
     }
     // Pairings name entries by their position in the table as read, which is their slot in the pass's table for
     // as long as the pass runs.
-    std::vector<ItemMatch> matches = matchWalkedItems(m_scan, paths, m_tableIndex.table()->entries, shared);
+    std::vector<ItemMatch> matches = matchWalkedItems(m_scan, paths, *m_tableIndex.table(), shared);
     for (std::size_t index = 0; index < m_scan.count(); ++index) {
         const ItemMatch& match = matches[index];
         auto handle = [&] {

@@ -4,6 +4,7 @@
 #include "sync/FolderScan.h"
 #include "sync/RecordKeys.h"
 #include "sync/RecordValues.h"
+#include "sync/WatchedTable.h"
 
 namespace engine {
 
@@ -75,21 +76,6 @@ std::string_view nameOf(RecordKey key)
     return {};
 }
 
-std::array<std::uint8_t, storedFieldCount> locateStoredFields(const Value& record)
-{
-    std::array<std::uint8_t, storedFieldCount> positions;
-    positions.fill(TableEntry::noPosition);
-    const auto& entries = record.entries();
-    if (entries.size() >= TableEntry::noPosition)
-        return positions;
-    for (std::size_t position = 0; position < entries.size(); ++position) {
-        auto key = static_cast<std::size_t>(recordKeyOf(entries[position].first));
-        if (key < storedFieldCount)
-            positions[key] = static_cast<std::uint8_t>(position);
-    }
-    return positions;
-}
-
 bool isSeenRecord(const Value& record, const Value* computerId)
 {
     const auto& entries = record.entries();
@@ -106,63 +92,80 @@ bool isSeenRecord(const Value& record, const Value* computerId)
         && removeValue.string() == "0";
 }
 
-const Value* EntryView::storedField(RecordKey field) const
+EntryView::Field EntryView::storedFieldOf(RecordKey key) const
 {
-    std::uint8_t position = m_entry->positions[static_cast<std::size_t>(field)];
-    if (position != TableEntry::noPosition)
-        return &m_entry->record->entries()[position].second;
-    if (m_entry->record->count() >= TableEntry::noPosition)
-        return m_entry->record->find(nameOf(field));
-    return nullptr;
+    const StoredRecords& records = m_stored->records;
+    if (records.isRegular(m_entry->row))
+        return { nullptr, records.text(m_entry->row, key) };
+    const Value& record = records.odd(m_entry->row);
+    return { record.find(nameOf(key)), std::nullopt };
 }
 
-const Value* EntryView::find(RecordKey key, std::string_view name) const
+std::optional<Value> EntryView::storedField(RecordKey key) const
+{
+    const Field stored = storedFieldOf(key);
+    if (stored.text)
+        return Value(*stored.text);
+    return stored.value ? std::optional(*stored.value) : std::nullopt;
+}
+
+EntryView::Field EntryView::field(RecordKey key, std::string_view name) const
 {
     if (m_entry->form == EntryForm::Built || m_entry->form == EntryForm::Removed)
-        return m_entry->record->find(key == RecordKey::Other ? name : nameOf(key));
+        return { m_built ? m_built->find(key == RecordKey::Other ? name : nameOf(key)) : nullptr, std::nullopt };
     switch (key) {
     case RecordKey::Remove:
-        return &fixedText(m_entry->form == EntryForm::Unseen);
+        return { &fixedText(m_entry->form == EntryForm::Unseen), std::nullopt };
     case RecordKey::ComputerID:
-        return m_computerId;
+        return { m_stored->computerIdValue(), std::nullopt };
     case RecordKey::FileID: {
         // Normalisation let only a missing "FileIDKey" through besides strings; it reads as the empty string.
-        const Value* fileID = storedField(RecordKey::FileID);
-        return fileID ? fileID : &emptyText();
+        const Field fileID = storedFieldOf(RecordKey::FileID);
+        return fileID.text || fileID.value ? fileID : Field { &emptyText(), std::nullopt };
     }
     case RecordKey::Other:
-        return nullptr;
+        return {};
     default:
-        return storedField(key);
+        return storedFieldOf(key);
     }
 }
 
-TableEntry TableEntry::of(const Value* record, EntryForm form)
+std::optional<Value> EntryView::find(RecordKey key, std::string_view name) const
 {
-    TableEntry entry;
-    entry.record = record;
-    entry.form = form;
-    entry.positions.fill(noPosition);
-    if (form == EntryForm::Unseen || form == EntryForm::Seen)
-        entry.positions = locateStoredFields(*record);
-    EntryView view(entry, nullptr);
-    auto textOf = [&](RecordKey key) {
-        const Value* value = view.find(key);
-        return value ? value->stringIf() : nullptr;
-    };
-    if (const std::string* number = textOf(RecordKey::BaseSystemFileID)) {
-        auto parsed = parseFileNumberText(*number);
+    const Field found = field(key, name);
+    if (found.text)
+        return Value(*found.text);
+    return found.value ? std::optional(*found.value) : std::nullopt;
+}
+
+std::optional<std::string_view> EntryView::text(RecordKey key) const
+{
+    const Field found = field(key, {});
+    if (found.text)
+        return found.text;
+    const std::string* text = found.value ? found.value->stringIf() : nullptr;
+    return text ? std::optional<std::string_view>(*text) : std::nullopt;
+}
+
+std::string_view EntryView::pathText() const
+{
+    return text(RecordKey::BaseSystemFilePath).value_or(std::string_view());
+}
+
+void readEntryFacts(TableEntry& entry, const EntryView& view)
+{
+    entry.hasFileNumber = false;
+    entry.hasKilobytes = false;
+    if (const auto number = view.text(RecordKey::BaseSystemFileID)) {
+        const auto parsed = parseFileNumberText(*number);
         entry.hasFileNumber = parsed.has_value();
         entry.fileNumber = parsed.value_or(0);
     }
-    if (const std::string* size = textOf(RecordKey::FileSize)) {
-        auto parsed = parseFileSizeText(*size);
+    if (const auto size = view.text(RecordKey::FileSize)) {
+        const auto parsed = parseFileSizeText(*size);
         entry.hasKilobytes = parsed.has_value();
         entry.kilobytes = parsed.value_or(0);
     }
-    if (const std::string* path = textOf(RecordKey::BaseSystemFilePath))
-        entry.path = *path;
-    return entry;
 }
 
 std::optional<std::uint64_t> EntryView::fileNumber() const
@@ -177,9 +180,8 @@ std::optional<std::int32_t> EntryView::kilobytes() const
 
 bool EntryView::isMarkedForRemoval() const
 {
-    const Value* mark = find(RecordKey::Remove);
-    const std::string* text = mark ? mark->stringIf() : nullptr;
-    return text && *text == "1";
+    const auto mark = text(RecordKey::Remove);
+    return mark && *mark == "1";
 }
 
 Value EntryView::record() const
@@ -188,12 +190,12 @@ Value EntryView::record() const
     case EntryForm::Unseen:
         return normalisedRecord(*this);
     case EntryForm::Seen:
-        return seenRecord(*this, m_computerId);
+        return seenRecord(*this, m_stored->computerIdValue());
     case EntryForm::Built:
     case EntryForm::Removed:
         break;
     }
-    return *m_entry->record;
+    return *m_built;
 }
 
 }

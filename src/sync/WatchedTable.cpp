@@ -3,6 +3,7 @@
 #include "sync/ChangeRecords.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
+#include "sync/RecordValues.h"
 
 #include "platform/Log.h"
 
@@ -12,93 +13,86 @@ namespace engine {
 
 using platform::Value;
 
+namespace {
+
+    bool sameComputerId(const Value* a, const std::optional<Value>& b)
+    {
+        return (a != nullptr) == b.has_value() && (!a || *a == *b);
+    }
+
+    // True when regular record `row` is exactly the record the rename process makes of it with `computerId`.
+    bool isStoredAsSeen(const StoredRecords& records, std::size_t row, const Value* computerId)
+    {
+        if (!records.isRegular(row))
+            return records.odd(row).isDictionary() && isSeenRecord(records.odd(row), computerId);
+        const std::string* id = computerId ? computerId->stringIf() : nullptr;
+        return id && records.hasSeenOrder(row) && records.text(row, RecordKey::ComputerID) == *id
+            && records.text(row, RecordKey::Remove) == "0";
+    }
+
+}
+
 std::shared_ptr<const StoredTable> StoredTable::normalise(
-    Value records, const Value* computerId, bool leaveOutFaulty, const StoredTable* previous)
+    StoredRecords records, const Value* computerId, std::uint64_t version, bool leaveOutFaulty)
+{
+    auto table = of(std::move(records), computerId, version);
+    table->normaliseEntries(leaveOutFaulty);
+    return table;
+}
+
+std::shared_ptr<StoredTable> StoredTable::of(StoredRecords records, const Value* computerId, std::uint64_t version)
 {
     auto table = std::make_shared<StoredTable>();
     table->records = std::move(records);
+    table->version = version;
     if (computerId)
         table->computerId = *computerId;
-    const auto& elements = table->records.elements();
-    table->entries.reserve(elements.size());
-    // The entry `previous` made of a record that shares its storage with `record` (and so has its contents). The
-    // store keeps the order of what it kept, so the entry is looked for after the last one found, a few places on
-    // at most (records inserted or removed between); a record not found there is normalised afresh.
-    constexpr std::size_t lookAhead = 16;
-    std::size_t nextPrevious = 0;
-    const auto normalisedBefore = [&](const Value& record) -> const TableEntry* {
-        if (!previous || !record.isDictionary())
-            return nullptr;
-        const auto& entries = previous->entries;
-        for (std::size_t at = nextPrevious; at < entries.size() && at < nextPrevious + lookAhead; ++at) {
-            if (&entries[at].record->entries() == &record.entries()) {
-                nextPrevious = at + 1;
-                return &entries[at];
-            }
-        }
-        return nullptr;
-    };
-    // Whether an entry is stored as seen depends on the computer identifier too.
-    const bool sameComputerId = previous && previous->computerId.has_value() == (computerId != nullptr)
-        && (!computerId || (computerId->isString() && previous->computerId->isString()
-            && computerId->string() == previous->computerId->string()));
-    for (std::size_t row = 0; row < elements.size(); ++row) {
-        const Value& record = elements[row];
-        if (const TableEntry* before = normalisedBefore(record)) {
-            TableEntry entry = *before;
-            entry.record = &record;
-            entry.row = static_cast<std::uint32_t>(row);
-            if (!sameComputerId)
-                entry.storedAsSeen = isSeenRecord(record, computerId);
-            table->entries.push_back(entry);
-            continue;
-        }
+    return table;
+}
+
+void StoredTable::normaliseEntries(bool leaveOutFaulty)
+{
+    const Value* id = computerIdValue();
+    entries.clear();
+    entries.reserve(records.count());
+    for (std::size_t row = 0; row < records.count(); ++row) {
+        TableEntry entry;
+        entry.form = EntryForm::Unseen;
+        entry.row = static_cast<std::uint32_t>(row);
         auto normaliseOne = [&] {
-            TableEntry entry = TableEntry::of(&record, EntryForm::Unseen);
-            EntryView view(entry, computerId);
-            // The file ID is compared with the empty string before it is tested for the null object, so anything
-            // but a string (the null object too) raises here; a missing one becomes the empty string.
-            if (const Value* fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
-                raiseUnrecognizedSelector(*fileID, "isEqualToString:");
-            requireNormalisedFields(view);
-            entry.row = static_cast<std::uint32_t>(row);
-            entry.storedAsSeen = isSeenRecord(record, computerId);
-            table->entries.push_back(entry);
+            EntryView view(entry, this, nullptr);
+            if (records.isRegular(row)) {
+                // Every field is there and a string; only the computer identifier can be missing.
+                if (!id)
+                    raiseMissingValue(keys::computerID);
+            } else {
+                // The file ID is compared with the empty string before it is tested for the null object, so
+                // anything but a string (the null object too) raises here; a missing one becomes the empty string.
+                if (auto fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
+                    raiseUnrecognizedSelector(*fileID, "isEqualToString:");
+                requireNormalisedFields(view);
+            }
+            readEntryFacts(entry, view);
+            entry.storedAsSeen = isStoredAsSeen(records, row, id);
+            entries.push_back(entry);
         };
         if (!leaveOutFaulty) {
             normaliseOne();
             continue;
         }
         platform::guard(normaliseOne, [&](const platform::Exception& exception) {
-            platform::log("The stored record %@ is left out of the table: %@", record, exception);
+            platform::log("The stored record %@ is left out of the table: %@", records.record(row), exception);
         });
     }
-    std::size_t length = 0;
-    for (const auto& entry : table->entries)
-        length += entry.path.size();
-    table->paths.reserve(length);
-    for (auto& entry : table->entries) {
-        if (entry.path.data()) {
-            std::size_t start = table->paths.size();
-            table->paths += entry.path;
-            entry.path = std::string_view(table->paths).substr(start, entry.path.size());
-        }
-    }
-    return table;
 }
 
-bool StoredTable::isNormalisationOf(const Value& storedRecords, const Value* otherComputerId) const
+bool StoredTable::hasComputerId(const Value* otherComputerId) const
 {
-    // The store hands out lists that share their storage with its cache; a list this table keeps cannot be
-    // changed (changing a shared list copies it first), so the same storage means the same records.
-    bool sameList = storedRecords.isArray() && &storedRecords.elements() == &records.elements();
-    bool sameComputerId = (otherComputerId != nullptr) == computerId.has_value()
-        && (!otherComputerId || *otherComputerId == *computerId);
-    return sameList && sameComputerId;
+    return sameComputerId(otherComputerId, computerId);
 }
 
 WatchedTable::WatchedTable()
-    : WatchedTable(ofRecords(Value::array()))
+    : WatchedTable(StoredTable::normalise(StoredRecords(), nullptr, 0))
 {
 }
 
@@ -111,7 +105,7 @@ void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
 {
     m_entries.assign(stored->entries.begin(), stored->entries.end());
     m_stored = std::move(stored);
-    m_readList = m_stored->records;
+    m_storedVersion = m_stored->version;
     m_built.clear();
     m_positions.reset(m_entries.size());
     m_pathIndexBuilt = false;
@@ -120,22 +114,20 @@ void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
 
 WatchedTable WatchedTable::ofRecords(Value records)
 {
-    auto stored = std::make_shared<StoredTable>();
-    stored->records = std::move(records);
-    const auto& elements = stored->records.elements();
-    stored->entries.reserve(elements.size());
+    WatchedTable table;
+    const auto& elements = records.elements();
+    table.m_entries.reserve(elements.size());
     for (std::size_t row = 0; row < elements.size(); ++row) {
-        TableEntry entry = TableEntry::of(&elements[row], EntryForm::Built);
+        TableEntry& entry = table.m_entries.emplace_back();
+        entry.form = EntryForm::Built;
         entry.row = static_cast<std::uint32_t>(row);
+        entry.built = static_cast<std::uint32_t>(table.m_built.size());
         entry.changed = false;
-        stored->entries.push_back(entry);
+        table.m_built.push_back(elements[row]);
+        readEntryFacts(entry, EntryView(entry, table.m_stored.get(), &table.m_built.back()));
     }
-    return WatchedTable(std::move(stored));
-}
-
-const Value* WatchedTable::keep(Value record)
-{
-    return &m_built.emplace_back(std::move(record));
+    table.m_positions.reset(table.m_entries.size());
+    return table;
 }
 
 std::size_t WatchedTable::checkedSlot(std::size_t position) const
@@ -147,8 +139,8 @@ std::size_t WatchedTable::checkedSlot(std::size_t position) const
 
 EntryView WatchedTable::viewOfSlot(std::size_t slot) const
 {
-    const auto& computerId = m_stored->computerId;
-    return EntryView(m_entries[slot], computerId ? &*computerId : nullptr);
+    const TableEntry& entry = m_entries[slot];
+    return EntryView(entry, m_stored.get(), entry.form == EntryForm::Built ? &m_built[entry.built] : nullptr);
 }
 
 EntryView WatchedTable::at(std::size_t position) const
@@ -160,10 +152,7 @@ void WatchedTable::markSeen(std::size_t position, const Value* computerId)
 {
     std::size_t slot = checkedSlot(position);
     TableEntry& entry = m_entries[slot];
-    const auto& tableComputerId = m_stored->computerId;
-    bool sameComputerId = (computerId != nullptr) == tableComputerId.has_value()
-        && (!computerId || *computerId == *tableComputerId);
-    if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && sameComputerId) {
+    if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && m_stored->hasComputerId(computerId)) {
         if (entry.form == EntryForm::Unseen)
             entry.changed = !entry.storedAsSeen;
         entry.form = EntryForm::Seen;
@@ -188,25 +177,29 @@ void WatchedTable::setFileID(std::size_t position, const std::optional<Value>& f
 void WatchedTable::setRecord(std::size_t slot, Value record)
 {
     TableEntry& entry = m_entries[slot];
-    std::uint32_t row = entry.row;
     unindexPath(slot);
     // A record the table made for this entry alone is replaced where it lies: a table whose every entry changes (the
     // server's identifiers after a first sync) does not keep every former record besides.
-    const Value* kept = nullptr;
-    if (entry.ownsRecord)
-        kept = &(*const_cast<Value*>(entry.record) = std::move(record));
-    else
-        kept = keep(std::move(record));
-    entry = TableEntry::of(kept, EntryForm::Built);
-    entry.row = row;
-    entry.ownsRecord = true;
+    if (entry.form == EntryForm::Built) {
+        m_built[entry.built] = std::move(record);
+    } else {
+        entry.built = static_cast<std::uint32_t>(m_built.size());
+        m_built.push_back(std::move(record));
+    }
+    entry.form = EntryForm::Built;
+    entry.changed = true;
+    entry.storedAsSeen = false;
+    readEntryFacts(entry, viewOfSlot(slot));
     indexPath(slot);
 }
 
 void WatchedTable::append(Value record)
 {
-    m_entries.push_back(TableEntry::of(keep(std::move(record)), EntryForm::Built));
-    m_entries.back().ownsRecord = true;
+    TableEntry& entry = m_entries.emplace_back();
+    entry.form = EntryForm::Built;
+    entry.built = static_cast<std::uint32_t>(m_built.size());
+    m_built.push_back(std::move(record));
+    readEntryFacts(entry, viewOfSlot(m_entries.size() - 1));
     m_positions.append();
     indexPath(m_entries.size() - 1);
 }
@@ -222,7 +215,7 @@ void WatchedTable::remove(std::size_t position)
 
 std::string_view WatchedTable::pathOfSlot(std::size_t slot) const
 {
-    return m_entries[slot].path;
+    return viewOfSlot(slot).pathText();
 }
 
 void WatchedTable::indexPath(std::size_t slot)
@@ -316,21 +309,54 @@ std::vector<platform::ListRow> WatchedTable::rows() const
         platform::ListRow& row = rows.emplace_back();
         if (entry.row != TableEntry::noRow)
             row.readIndex = entry.row;
-        if (entry.changed || entry.row == TableEntry::noRow)
-            row.record = viewOfSlot(slot).record();
+        row.replaced = entry.changed;
     }
     return rows;
 }
 
-void WatchedTable::rowsStored(Value storedList)
+void WatchedTable::rowsStored(std::uint64_t version)
 {
-    m_readList = std::move(storedList);
+    // The stored table the next pass starts from: the records just stored, in order. An unchanged entry's record is
+    // the stored one it stands for, a seen entry's is made from its stored texts, any other is its record made
+    // compact, keeping the texts it shares with the stored record it replaces. The texts stay in the arena they were
+    // read into.
+    auto next = std::make_shared<StoredTable>();
+    next->records = StoredRecords::sharing(m_stored->records);
+    next->records.reserve(count());
+    next->computerId = m_stored->computerId;
+    const std::string* computerIdText = m_stored->computerId ? m_stored->computerId->stringIf() : nullptr;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        const TableEntry& entry = m_entries[slot];
+        if (entry.form == EntryForm::Removed)
+            continue;
+        const bool stored = entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen;
+        if (stored && !entry.changed)
+            next->records.appendCopy(m_stored->records, entry.row);
+        else if (!(entry.form == EntryForm::Seen && computerIdText
+                     && next->records.appendSeenForm(m_stored->records, entry.row, *computerIdText)))
+            next->records.appendReplacing(viewOfSlot(slot).record(), m_stored->records, entry.row);
+    }
+    // Normalised for the next pass as reading the list would normalise it. Should a record not normalise (only one
+    // given through the table property can fail), the next pass reads the list and fails as it must.
+    bool normalised = true;
+    try {
+        next->normaliseEntries(false);
+        next->version = version;
+    } catch (const platform::Exception&) {
+        next->entries.clear();
+        normalised = false;
+    }
+    m_stored = std::move(next);
+    m_storedVersion = version;
     std::uint32_t row = 0;
     for (TableEntry& entry : m_entries) {
         if (entry.form == EntryForm::Removed)
             continue;
-        entry.row = row++;
+        entry.row = row;
         entry.changed = false;
+        if (normalised && (entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen))
+            entry.storedAsSeen = m_stored->entries[row].storedAsSeen;
+        ++row;
     }
 }
 

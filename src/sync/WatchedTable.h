@@ -14,6 +14,7 @@
 #include "platform/PreferenceDatabase.h"
 #include "platform/Value.h"
 #include "sync/LivePositions.h"
+#include "sync/StoredRecords.h"
 #include "sync/TableEntry.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
@@ -30,28 +31,32 @@
 namespace engine {
 
 // The table as a pass read it from the store, normalised. It never changes, so passes that read the same stored
-// list (the store hands out the same list while its file is unchanged) share it instead of normalising again.
-struct StoredTable {
-    // The records as stored; the entries point into it.
-    platform::Value records;
+// list share it instead of reading and normalising it again.
+class StoredTable {
+public:
+    // The records as stored; the entries name them by row.
+    StoredRecords records;
     // The "computerIDKey" of the normalised records.
     std::optional<platform::Value> computerId;
     std::vector<TableEntry> entries;
-    // A copy of the entries' paths, one after the other in table order, that the entries' path views point into.
-    // A pass compares every item's path with its entry's, and the copy lets it read them in sequence instead of
-    // from a hundred thousand places in the stored list.
-    std::string paths;
+    // The version of the stored list these records are (platform::StoredList), or 0 when that is not known: the
+    // next pass then reads the list again.
+    std::uint64_t version = 0;
 
-    // Each record of `records` normalised as the pass does it, in order: a record that is not a dictionary, lacks a
-    // key normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
-    // absent `computerId` (at the first record). `records` must be an array. With `leaveOutFaulty` such records
-    // are logged and left out instead (a guarded pass after repeated failures). A record that shares its storage
-    // with one `previous` normalised (the store hands back the records it kept when it stores a table by rows) is
-    // not normalised again: its entry is taken over.
-    static std::shared_ptr<const StoredTable> normalise(platform::Value records, const platform::Value* computerId,
-        bool leaveOutFaulty = false, const StoredTable* previous = nullptr);
-    // True when this is the normalisation of this very list (not only an equal one) with this computer identifier.
-    bool isNormalisationOf(const platform::Value& storedRecords, const platform::Value* computerId) const;
+    // The records normalised as the pass does it, in order: a record that is not a dictionary, lacks a key
+    // normalisation copies, or whose "FileIDKey" is not a string (the null object included) raises, as does an
+    // absent `computerId` (at the first record). With `leaveOutFaulty` such records are logged and left out instead
+    // (a guarded pass after repeated failures).
+    static std::shared_ptr<const StoredTable> normalise(StoredRecords records, const platform::Value* computerId,
+        std::uint64_t version, bool leaveOutFaulty = false);
+    // A table of `records`, not normalised yet.
+    static std::shared_ptr<StoredTable> of(StoredRecords records, const platform::Value* computerId, std::uint64_t version);
+    // Fills `entries` from `records`, raising or leaving out as normalise() does.
+    void normaliseEntries(bool leaveOutFaulty);
+    // True when the table is normalised for this computer identifier.
+    bool hasComputerId(const platform::Value* otherComputerId) const;
+    const platform::Value* computerIdValue() const { return computerId ? &*computerId : nullptr; }
+    EntryView view(std::size_t position) const { return EntryView(entries[position], this, nullptr); }
 };
 
 class WatchedTable {
@@ -76,15 +81,17 @@ public:
     // Sets "FileIDKey" of the entry at `position` to `fileID`; an absent one raises as inserting it would.
     void setFileID(std::size_t position, const std::optional<platform::Value>& fileID);
 
-    // The list the entries' rows refer to: the stored list the table was read from, or the one it was last stored
-    // as (rowsStored).
-    const platform::Value& readList() const { return m_readList; }
-    // The table against readList(), entry by entry: an unchanged entry by its row alone, every other one with its
-    // record. Builds no record for an unchanged entry.
+    // The stored table the entries' rows refer to: the one the table was read from, or the one it was last stored
+    // as (rowsStored); its version is the one a store by rows is told against.
+    const std::shared_ptr<const StoredTable>& storedTable() const { return m_stored; }
+    // The version of the stored list the entries' rows refer to, or 0 when they refer to no stored list.
+    std::uint64_t storedVersion() const { return m_storedVersion; }
+    // The table against storedTable(), entry by entry: an unchanged entry by its row alone, every other one marked
+    // as replaced or new. Builds no record: the store asks for the records it writes (at(p).record()).
     std::vector<platform::ListRow> rows() const;
-    // The table was stored as `storedList`: from now on each entry stands, unchanged, for that list's element at
-    // its position.
-    void rowsStored(platform::Value storedList);
+    // The table was stored as list `version`: from now on each entry stands, unchanged, for that list's element at
+    // its position, and storedTable() is that list (which the next pass takes instead of reading it again).
+    void rowsStored(std::uint64_t version);
     // Calls `visit` with the position and view of every entry, in table order.
     void forEachEntry(const std::function<void(std::size_t, const EntryView&)>& visit) const;
 
@@ -111,8 +118,6 @@ private:
     std::size_t checkedSlot(std::size_t position) const;
     EntryView viewOfSlot(std::size_t slot) const;
     std::string_view pathOfSlot(std::size_t slot) const;
-    // A record of this pass, kept where the entries can point to it.
-    const platform::Value* keep(platform::Value record);
     // Slot `slot` stands for `record` from now on, in the place of the stored element it stood for.
     void setRecord(std::size_t slot, platform::Value record);
     void unindexPath(std::size_t slot);
@@ -120,7 +125,8 @@ private:
     void buildPathIndex();
 
     std::shared_ptr<const StoredTable> m_stored;
-    platform::Value m_readList;
+    std::uint64_t m_storedVersion = 0;
+    // The records of Built entries; a deque, so that a view of one stays valid while others are added.
     std::deque<platform::Value> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;

@@ -3,6 +3,7 @@
 // damaged file, a read-only folder or a full disk lose nothing and stop nothing.
 
 #include "platform/PreferenceDatabase.h"
+#include "platform/PreferenceJson.h"
 #include "platform/UserDefaults.h"
 
 #include "helpers/TableVersions.h"
@@ -145,6 +146,25 @@ TEST(PreferenceDatabase, AStoreWritesOnlyTheRowsThatDiffer)
     EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
 }
 
+// Collects the elements readList() hands over.
+class CollectedElements : public platform::ListElementReader {
+public:
+    void expect(std::size_t count) override { elements.reserve(count); }
+    void storedText(std::string_view text) override
+    {
+        elements.append(platform::readPreferenceJson(text, { .allowFragments = true }));
+    }
+    void value(const Value& element) override { elements.append(element); }
+    Value elements = Value::array();
+};
+
+// The version of the table as `database` holds it now.
+std::uint64_t tableVersion(PreferenceDatabase& database)
+{
+    CollectedElements elements;
+    return database.readList("FileWatchedDataKey", 0, elements).version;
+}
+
 // The rows of a list as its writer knows them: `table` of 2,000 records with one replaced, one removed, one inserted
 // and one appended, told against the list as read.
 std::vector<platform::ListRow> rowsOfOneChangeOfEachKind(Value& table)
@@ -152,12 +172,12 @@ std::vector<platform::ListRow> rowsOfOneChangeOfEachKind(Value& table)
     std::vector<platform::ListRow> rows;
     for (std::size_t index = 0; index < 2000; ++index) {
         if (index == 700)
-            rows.push_back({ platform::ListRow::newElement, recordNumber(9999) });
+            rows.push_back({ platform::ListRow::newElement });
         if (index == 1200)
             continue;
-        rows.push_back({ index, index == 500 ? std::optional(recordNumber(500, "changed")) : std::nullopt });
+        rows.push_back({ index, index == 500 });
     }
-    rows.push_back({ platform::ListRow::newElement, recordNumber(10000) });
+    rows.push_back({ platform::ListRow::newElement });
     table.replaceAt(500, recordNumber(500, "changed"));
     table.removeAt(1200);
     table.insert(recordNumber(9999), 700);
@@ -171,28 +191,41 @@ TEST(PreferenceDatabase, AStoreByRowsWritesTheRowsItIsToldChangedAndNoOther)
     PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
     Value table = tableOf(2000);
     database.write(Value::dictionary({ { "FileWatchedDataKey", table }, { "Other", "x" } }));
-    const Value read = *database.read()->find("FileWatchedDataKey");
+    const std::uint64_t read = tableVersion(database);
     const auto before = database.rowsWritten();
+    const auto rows = rowsOfOneChangeOfEachKind(table);
+    std::size_t asked = 0;
+    const auto recordAt = [&](std::size_t p) {
+        ++asked;
+        return table.at(p);
+    };
 
-    const Value stored = database.writeListRows("FileWatchedDataKey", read, rowsOfOneChangeOfEachKind(table));
+    const std::uint64_t stored = database.writeListRows("FileWatchedDataKey", read, rows, recordAt);
+    EXPECT_EQ(asked, 3u); // only the records written
     EXPECT_EQ(database.rowsWritten() - before, 4u); // three rows written, one removed
-    EXPECT_EQ(stored.description(), table.description());
-    // The kept elements are the very ones read: nothing was parsed again for them.
-    EXPECT_TRUE(stored.at(0).entries().data() == read.at(0).entries().data());
+    EXPECT_NE(stored, read);
+    // The list this object stored is known as it is: a reader told its version reads no element again.
+    CollectedElements again;
+    const auto unchanged = database.readList("FileWatchedDataKey", stored, again);
+    EXPECT_EQ(unchanged.kind, platform::StoredList::Kind::Unchanged);
+    EXPECT_EQ(again.elements.count(), 0u);
 
-    // Told against the list it returned, the next store by rows writes one row again.
-    std::vector<platform::ListRow> rows;
-    for (std::size_t index = 0; index < stored.count(); ++index)
-        rows.push_back({ index, index == 3 ? std::optional(recordNumber(3, "server")) : std::nullopt });
+    // Told against the version it returned, the next store by rows writes one row again.
+    std::vector<platform::ListRow> next;
+    for (std::size_t index = 0; index < table.count(); ++index)
+        next.push_back({ index, index == 3 });
     table.replaceAt(3, recordNumber(3, "server"));
     const auto second = database.rowsWritten();
-    database.writeListRows("FileWatchedDataKey", stored, rows);
+    database.writeListRows("FileWatchedDataKey", stored, next, recordAt);
     EXPECT_EQ(database.rowsWritten() - second, 1u);
 
     PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
     const auto domain = reader.read();
     EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
     EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey", "Other" }));
+    CollectedElements elements;
+    EXPECT_EQ(reader.readList("FileWatchedDataKey", 0, elements).kind, platform::StoredList::Kind::Elements);
+    EXPECT_EQ(elements.elements.description(), table.description());
 }
 
 TEST(PreferenceDatabase, AStoreByRowsAfterAnotherProcessStoredWritesTheWholeListItWasGiven)
@@ -201,15 +234,15 @@ TEST(PreferenceDatabase, AStoreByRowsAfterAnotherProcessStoredWritesTheWholeList
     PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
     Value table = tableOf(2000);
     database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
-    const Value read = *database.read()->find("FileWatchedDataKey");
+    const std::uint64_t read = tableVersion(database);
     {
         PreferenceDatabase other(databaseIn(folder), folder / "unused.json");
         other.write(Value::dictionary({ { "FileWatchedDataKey", tableOf(3) } }));
     }
     // The rows name elements of the list this writer read, not of the one now stored: the last writer's whole
-    // list wins, as a store of the whole domain does.
-    const Value stored = database.writeListRows("FileWatchedDataKey", read, rowsOfOneChangeOfEachKind(table));
-    EXPECT_EQ(stored.description(), table.description());
+    // list wins, as a store of the whole domain does, its kept elements given by the writer.
+    const auto rows = rowsOfOneChangeOfEachKind(table);
+    database.writeListRows("FileWatchedDataKey", read, rows, [&](std::size_t p) { return table.at(p); });
     PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
     EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
 }
@@ -220,17 +253,18 @@ TEST(PreferenceDatabase, ElementsInsertedWhereNoGapIsLeftRewriteTheList)
     PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
     Value table = tableOf(3);
     database.write(Value::dictionary({ { "FileWatchedDataKey", table } }));
+    std::uint64_t version = tableVersion(database);
     // Each store puts a new element right after the first one: the gap halves every time, until it is gone.
     for (int round = 0; round < 20; ++round) {
-        const Value read = *database.read()->find("FileWatchedDataKey");
         std::vector<platform::ListRow> rows;
-        for (std::size_t index = 0; index < read.count(); ++index) {
-            rows.push_back({ index, std::nullopt });
+        const Value before = table;
+        for (std::size_t index = 0; index < before.count(); ++index) {
+            rows.push_back({ index });
             if (index == 0)
-                rows.push_back({ platform::ListRow::newElement, recordNumber(100 + round) });
+                rows.push_back({ platform::ListRow::newElement });
         }
         table.insert(recordNumber(100 + round), 1);
-        database.writeListRows("FileWatchedDataKey", read, rows);
+        version = database.writeListRows("FileWatchedDataKey", version, rows, [&](std::size_t p) { return table.at(p); });
     }
     PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
     EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());

@@ -118,7 +118,9 @@ TEST_F(SafeguardsReport, ARefusedChangeIsLeftUndoneAndTheAcceptedOneIsStored)
     // the refused deletion's entry is back, so that the next pass reports both again.
     EXPECT_EQ(summary(*stored), (Lines { "Created a.txt", "Created old.txt", "Deleted gone.txt" }));
     EXPECT_EQ(text(entryWithPath(*stored, path("a.txt")), "FileIDKey"), "F-5");
-    EXPECT_TRUE(logHolds("the server refused 2 of 3 changes; they are reported again"));
+    // Logged after the table's line that report() waits for.
+    EXPECT_TRUE(testsupport::eventually(
+        [&] { return logHolds("the server refused 2 of 3 changes; they are reported again"); }));
 }
 
 // A rename the server refuses once is reported again as a rename; refused by the next report too, its entry goes

@@ -105,6 +105,10 @@ int main(int argc, char** argv)
     // allocator raises that threshold after each such free, up to 32 MiB, and then keeps what large inputs (a
     // reply cut at its limit, a huge domain) left behind in its heap for the rest of the process.
     ::mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    // One heap for every thread. Passes run one at a time, but on whichever pool thread is free, and each thread
+    // would otherwise get a heap of its own that keeps what that thread's last pass freed: at 100,000 items the
+    // service peaked at 114 MB resident with them, 88 MB with one.
+    ::mallopt(M_ARENA_MAX, 1);
     platform::setProgramName("korbanhold-sync-service");
     // Under systemd the lines go to the journal directly, with priorities, and without a second time stamp.
     if (platform::stderrIsJournal())

@@ -1,0 +1,162 @@
+// The compact form of the stored table's records: a regular record read from its text costs no value and reads back
+// exactly; every other record (numbers, the null object, missing or extra keys, escapes, another key order) keeps
+// its exact value and normalises as it did; and the table made after a store is the list that was stored.
+
+#include "platform/PreferenceJson.h"
+#include "sync/StoredRecords.h"
+#include "sync/WatchedTable.h"
+
+#include <gtest/gtest.h>
+
+using engine::RecordKey;
+using engine::StoredRecords;
+using engine::StoredTable;
+using platform::Value;
+
+namespace {
+
+Value regularRecord(const std::string& number, const std::string& path)
+{
+    return Value::dictionary({ { "BaseSystemFileIDKey", number }, { "BaseSystemFilePathKey", path },
+        { "changeTypeKey", "Created" }, { "oldPathKey", "" }, { "isFilekey", "1" }, { "fileSizeKey", "3" },
+        { "filemodifiedDateKey", "2026-11-24 10:00:00" }, { "FileIDKey", "F-" + number },
+        { "computerIDKey", "C-1" }, { "removeKey", "0" } });
+}
+
+std::string storedText(const Value& record)
+{
+    return platform::writePreferenceJson(record, { .allowFragments = true, .escapeSlashes = false });
+}
+
+// Both ways in: from the stored text, and from the value.
+void expectReadsBackExactly(const Value& record, bool regular)
+{
+    StoredRecords records;
+    records.appendText(storedText(record));
+    records.append(record);
+    for (std::size_t row = 0; row < 2; ++row) {
+        SCOPED_TRACE(row);
+        EXPECT_EQ(records.isRegular(row), regular);
+        const Value back = records.record(row);
+        EXPECT_EQ(back.description(), record.description());
+        if (record.isDictionary())
+            EXPECT_EQ(back.keys(), record.keys());
+        EXPECT_EQ(storedText(back), storedText(record));
+    }
+}
+
+}
+
+TEST(StoredRecords, ARegularRecordIsKeptCompactlyAndReadsBackWithItsKeyOrder)
+{
+    expectReadsBackExactly(regularRecord("12", "/home/ann/Korbanhold/a b.txt"), true);
+    // Another key order is another shape, not an odd record.
+    Value reordered = Value::dictionary();
+    const Value record = regularRecord("13", "/home/ann/Korbanhold/c");
+    for (auto entry = record.entries().rbegin(); entry != record.entries().rend(); ++entry)
+        reordered.setObject(entry->second, entry->first);
+    expectReadsBackExactly(reordered, true);
+
+    StoredRecords records;
+    records.appendText(storedText(record));
+    EXPECT_EQ(records.text(0, RecordKey::BaseSystemFilePath), "/home/ann/Korbanhold/c");
+    EXPECT_EQ(records.text(0, RecordKey::OldPath), "");
+    EXPECT_TRUE(records.hasSeenOrder(0));
+    EXPECT_EQ(*records.find(0, RecordKey::FileID), Value("F-13"));
+    EXPECT_FALSE(records.find(0, RecordKey::Other));
+}
+
+TEST(StoredRecords, EveryOtherRecordKeepsItsExactValue)
+{
+    Value number = regularRecord("1", "/p");
+    number.setObject(Value::integer(7), "fileSizeKey");
+    Value null = regularRecord("2", "/p");
+    null.setObject(Value::null(), "FileIDKey");
+    Value missing = regularRecord("3", "/p");
+    missing.removeObjectForKey("oldPathKey");
+    Value extra = regularRecord("4", "/p");
+    extra.setObject(Value("x"), "somethingElse");
+    Value nested = regularRecord("5", "/p");
+    nested.setObject(Value::array({ "a", Value::boolean(true) }), "changeTypeKey");
+    for (const Value& odd : { number, null, missing, extra, nested, Value("not a record"), Value::real(0.5),
+             Value::dictionary() }) {
+        SCOPED_TRACE(odd.description());
+        expectReadsBackExactly(odd, false);
+    }
+    // Escapes and text beyond printable ASCII go through the JSON reader, and the record is still regular.
+    expectReadsBackExactly(regularRecord("6", "/home/ann/Korbanhold/\"quoted\"\\back\tslash"), true);
+    expectReadsBackExactly(regularRecord("7", "/home/ann/Korbanhold/café/日本"), true);
+}
+
+TEST(StoredRecords, ATextThatIsNotAValueRaisesAndOneWithTheSameKeyTwiceIsReadAsTheReaderReadsIt)
+{
+    StoredRecords records;
+    EXPECT_THROW(records.appendText("{\"BaseSystemFileIDKey\":\"1\""), platform::JsonError);
+    EXPECT_EQ(records.count(), 0u);
+    const std::string twice = "{\"removeKey\":\"0\",\"removeKey\":\"1\"}";
+    records.appendText(twice);
+    EXPECT_EQ(records.record(0).description(), platform::readPreferenceJson(twice).description());
+}
+
+TEST(StoredRecords, OddRecordsNormaliseAndRaiseAsTheStoredValuesDid)
+{
+    const Value computerId("C-1");
+    StoredRecords nullFileID;
+    Value record = regularRecord("1", "/p");
+    record.setObject(Value::null(), "FileIDKey");
+    nullFileID.append(record);
+    EXPECT_THROW(StoredTable::normalise(nullFileID, &computerId, 1), platform::Exception);
+
+    StoredRecords missingFileID;
+    record.removeObjectForKey("FileIDKey");
+    missingFileID.append(record);
+    const auto table = StoredTable::normalise(missingFileID, &computerId, 1);
+    ASSERT_EQ(table->entries.size(), 1u);
+    EXPECT_EQ(*table->view(0).find(RecordKey::FileID), Value("")); // a missing identifier reads as the empty text
+    EXPECT_EQ(table->view(0).fileNumber(), 1u);
+
+    StoredRecords notADictionary;
+    notADictionary.append(Value("x"));
+    EXPECT_THROW(StoredTable::normalise(notADictionary, &computerId, 1), platform::Exception);
+    // Without a computer identifier even a regular record raises, at the first record.
+    StoredRecords regular;
+    regular.append(regularRecord("2", "/q"));
+    EXPECT_THROW(StoredTable::normalise(regular, nullptr, 1), platform::Exception);
+}
+
+TEST(StoredRecords, TheTableMadeAfterAStoreIsTheListThatWasStored)
+{
+    const Value computerId("C-1");
+    StoredRecords records;
+    Value created = regularRecord("1", "/a");
+    records.append(created); // stored as a created record: key order of its own, seen once and rewritten
+    Value seen = regularRecord("2", "/b");
+    records.appendText(storedText(seen));
+    Value odd = regularRecord("3", "/c");
+    odd.setObject(Value::integer(3), "fileSizeKey");
+    records.append(odd);
+    engine::WatchedTable table(StoredTable::normalise(records, &computerId, 1));
+    for (std::size_t position = 0; position < table.count(); ++position)
+        table.markSeen(position, &computerId);
+    table.append(regularRecord("4", "/d"));
+    const Value expected = table.records();
+    table.rowsStored(2);
+    EXPECT_EQ(table.storedVersion(), 2u);
+    const auto& stored = *table.storedTable();
+    EXPECT_EQ(stored.version, 2u);
+    EXPECT_EQ(stored.records.list().description(), expected.description());
+    for (std::size_t row = 0; row < expected.count(); ++row)
+        EXPECT_EQ(stored.records.record(row).keys(), expected.at(row).keys()) << row;
+    EXPECT_EQ(table.records().description(), expected.description());
+    // Nothing is left to store, and the next pass starts from the stored list as if it had read it.
+    for (const auto& row : table.rows())
+        EXPECT_FALSE(row.isWritersRecord());
+    ASSERT_EQ(stored.entries.size(), 4u);
+    EXPECT_EQ(stored.view(1).record().description(), [&] {
+        Value unseen = Value::dictionary();
+        for (const char* key : { "FileIDKey", "BaseSystemFileIDKey", "BaseSystemFilePathKey", "removeKey",
+                 "changeTypeKey", "oldPathKey", "isFilekey", "fileSizeKey", "computerIDKey", "filemodifiedDateKey" })
+            unseen.setObject(key == std::string("removeKey") ? Value("1") : *seen.find(key), key);
+        return unseen.description();
+    }());
+}
