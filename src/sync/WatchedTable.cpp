@@ -3,7 +3,6 @@
 #include "sync/ChangeRecords.h"
 #include "sync/Raises.h"
 #include "sync/RecordKeys.h"
-#include "sync/RecordValues.h"
 
 #include "platform/Log.h"
 
