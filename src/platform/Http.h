@@ -46,7 +46,8 @@ struct Request {
     std::string url;
     std::string httpMethod = "GET";
     Headers headers;
-    Bytes httpBody;
+    // The body as it is sent: text, so that a JSON body is moved in as it was written, not copied.
+    std::string httpBody;
     // The request's own wait-for-more-data limit; the task uses the shorter of this and the session's.
     Seconds timeoutInterval { 60 };
 

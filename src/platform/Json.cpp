@@ -216,27 +216,43 @@ public:
 
     std::string take() { return std::move(m_out); }
 
-private:
-    template<typename Items, typename WriteItem>
-    void writeContainer(char open, char close, const Items& items, int depth, WriteItem writeItem)
+    // A container in three steps, so that an array can also be written one element at a time (JsonArrayWriter).
+    void open(char opening)
     {
-        m_out += open;
+        m_out += opening;
         if (m_pretty)
             m_out += '\n';
-        bool first = true;
-        for (const auto& item : items) {
-            if (!first)
-                m_out += m_pretty ? ",\n" : ",";
-            first = false;
-            indent(depth + 1);
-            writeItem(item);
-        }
+    }
+
+    void beginItem(bool first, int depth)
+    {
+        if (!first)
+            m_out += m_pretty ? ",\n" : ",";
+        indent(depth + 1);
+    }
+
+    void close(char closing, int depth)
+    {
         if (m_pretty) {
             // The framework leaves an empty line inside an empty container: "{\n\n}".
             m_out += '\n';
             indent(depth);
         }
-        m_out += close;
+        m_out += closing;
+    }
+
+private:
+    template<typename Items, typename WriteItem>
+    void writeContainer(char opening, char closing, const Items& items, int depth, WriteItem writeItem)
+    {
+        open(opening);
+        bool first = true;
+        for (const auto& item : items) {
+            beginItem(first, depth);
+            first = false;
+            writeItem(item);
+        }
+        close(closing, depth);
     }
 
     void indent(int depth)
@@ -315,6 +331,30 @@ std::string writeJson(const Value& value, const JsonWriteOptions& options)
     Writer writer(options);
     writer.write(value, 0);
     return writer.take();
+}
+
+class JsonArrayWriter::Text {
+public:
+    explicit Text(const JsonWriteOptions& options) : writer(options) { writer.open('['); }
+    Writer writer;
+    bool empty = true;
+};
+
+JsonArrayWriter::JsonArrayWriter(const JsonWriteOptions& options) : m_text(std::make_unique<Text>(options)) { }
+
+JsonArrayWriter::~JsonArrayWriter() = default;
+
+void JsonArrayWriter::append(const Value& element)
+{
+    m_text->writer.beginItem(m_text->empty, 0);
+    m_text->empty = false;
+    m_text->writer.write(element, 1);
+}
+
+std::string JsonArrayWriter::finish()
+{
+    m_text->writer.close(']', 0);
+    return m_text->writer.take();
 }
 
 bool isValidJsonObject(const Value& value)

@@ -9,6 +9,7 @@
 #include "platform/Exception.h"
 #include "platform/Value.h"
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -41,6 +42,25 @@ struct JsonWriteOptions {
 };
 
 std::string writeJson(const Value& value, const JsonWriteOptions& options = {});
+
+// Writes an array one element at a time into one text, exactly as writeJson writes the whole array: a long list
+// need not exist as one value beside its text. append raises JsonError as writeJson would, and the text is then of
+// no use.
+class JsonArrayWriter {
+public:
+    explicit JsonArrayWriter(const JsonWriteOptions& options = {});
+    ~JsonArrayWriter();
+    JsonArrayWriter(const JsonArrayWriter&) = delete;
+    JsonArrayWriter& operator=(const JsonArrayWriter&) = delete;
+
+    void append(const Value& element);
+    // The text with the array closed; the writer is then spent.
+    std::string finish();
+
+private:
+    class Text;
+    std::unique_ptr<Text> m_text;
+};
 
 // True when writeJson would succeed with the default options.
 bool isValidJsonObject(const Value& value);

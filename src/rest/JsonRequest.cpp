@@ -11,7 +11,9 @@ namespace rest {
 
 namespace {
 
-platform::http::Request makeJsonRequest(const std::optional<std::string>& url, const std::string& body)
+const platform::JsonWriteOptions bodyOptions { .prettyPrinted = true };
+
+platform::http::Request makeJsonRequest(const std::optional<std::string>& url, std::string body)
 {
     // The URL system's cache policy 0 (the protocol's own) is what platform::http always does: it keeps no cache.
     platform::http::Request request;
@@ -20,37 +22,58 @@ platform::http::Request makeJsonRequest(const std::optional<std::string>& url, c
     request.setValue(std::to_string(body.size()), "Content-Length");
     request.addValue("application/json", "Content-Type");
     request.httpMethod = "POST";
-    request.httpBody.assign(body.begin(), body.end());
+    request.httpBody = std::move(body);
     return request;
 }
 
 }
 
-std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,
-    const std::optional<std::string>& url, const char* logFormat,
-    const std::function<void(const platform::Error& error)>& failed)
+JsonBody writeJsonBody(const platform::Value& params)
 {
-    std::optional<std::string> text;
-    std::optional<platform::Error> error;
     try {
-        text = platform::writeJson(params, { .prettyPrinted = true });
+        return platform::writeJson(params, bodyOptions);
     } catch (const platform::JsonError& writingError) {
-        error = writingError.error();
+        return writingError.error();
     }
+}
+
+JsonBody writeJsonListBody(std::size_t count, const std::function<platform::Value(std::size_t)>& elementAt)
+{
+    platform::JsonArrayWriter writer(bodyOptions);
+    std::optional<platform::Error> error;
+    for (std::size_t index = 0; index < count; ++index) {
+        const platform::Value element = elementAt(index);
+        if (error)
+            continue;
+        try {
+            writer.append(element);
+        } catch (const platform::JsonError& writingError) {
+            error = writingError.error();
+        }
+    }
+    if (error)
+        return *error;
+    return writer.finish();
+}
+
+std::optional<platform::http::Request> prepareJsonRequest(JsonBody body, const std::optional<std::string>& url,
+    const char* logFormat, const std::function<void(const platform::Error& error)>& failed)
+{
+    std::string* text = std::get_if<std::string>(&body);
     if (logFormat)
-        platform::log(logFormat, text ? *text : "(null)");
-    if (error) {
-        failed(*error);
+        platform::log(logFormat, text ? std::string_view(*text) : std::string_view("(null)"));
+    if (!text) {
+        failed(std::get<platform::Error>(body));
         return std::nullopt;
     }
-    return makeJsonRequest(url, *text);
+    return makeJsonRequest(url, std::move(*text));
 }
 
 std::optional<platform::http::Request> prepareJsonRequest(
-    const platform::Value& params, const std::optional<std::string>& url, const Finished& finished)
+    JsonBody body, const std::optional<std::string>& url, const Finished& finished)
 {
-    return prepareJsonRequest(
-        params, url, "Json String %@", [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
+    return prepareJsonRequest(std::move(body), url, "Json String %@",
+        [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
 }
 
 std::variant<platform::Value, platform::Error> parseReply(const std::optional<platform::Bytes>& body)

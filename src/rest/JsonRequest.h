@@ -6,6 +6,7 @@
 
 #include "rest/TransportStatus.h"
 
+#include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
@@ -13,18 +14,29 @@
 
 namespace rest {
 
-// Writes `params` as pretty-printed JSON, logs the text with `logFormat` (when there is one) and builds the POST of
-// it to `url`: time-out requestTimeout(), "Content-Length" set to the body's byte count, "Content-Type"
-// "application/json" added. A writing error goes to `failed`, at once, and no request is made. Without a URL the
-// request goes out with none, and the HTTP layer fails it as a bad URL (-1000).
-std::optional<platform::http::Request> prepareJsonRequest(const platform::Value& params,
-    const std::optional<std::string>& url, const char* logFormat,
-    const std::function<void(const platform::Error& error)>& failed);
+// The JSON text of a request's parameters, pretty-printed as every request sends them, or why they are not JSON.
+using JsonBody = std::variant<std::string, platform::Error>;
+
+JsonBody writeJsonBody(const platform::Value& params);
+
+// The body of a request whose parameters are a list, written as its elements are made one at a time by `elementAt`:
+// the list and the elements' values never exist whole beside the text. Byte for byte what writeJsonBody gives for
+// the whole list. What `elementAt` raises goes on to the caller; after a writing error the remaining elements are
+// still made (so that they raise as making the whole list would), and the error is the body.
+JsonBody writeJsonListBody(std::size_t count, const std::function<platform::Value(std::size_t)>& elementAt);
+
+// Logs the body's text with `logFormat` (when there is one; "(null)" for a writing error) and builds the POST of it
+// to `url`: time-out requestTimeout(), "Content-Length" set to the body's byte count, "Content-Type"
+// "application/json" added; the text is moved into the request, not copied. A writing error goes to `failed`, at
+// once, and no request is made. Without a URL the request goes out with none, and the HTTP layer fails it as a bad
+// URL (-1000).
+std::optional<platform::http::Request> prepareJsonRequest(JsonBody body, const std::optional<std::string>& url,
+    const char* logFormat, const std::function<void(const platform::Error& error)>& failed);
 
 // What both JSON transports do once the network is known to be reachable: prepareJsonRequest with the log line
 // "Json String %@", a writing error handed to `finished` as (error, 4).
 std::optional<platform::http::Request> prepareJsonRequest(
-    const platform::Value& params, const std::optional<std::string>& url, const Finished& finished);
+    JsonBody body, const std::optional<std::string>& url, const Finished& finished);
 
 // The reply body parsed as JSON (objects and arrays only), or the parse error. A missing body parses as empty.
 std::variant<platform::Value, platform::Error> parseReply(const std::optional<platform::Bytes>& body);

@@ -55,19 +55,19 @@ bool RestConnector::begin(ProgressHandler progress, void (RestConnector::*config
     return true;
 }
 
-void RestConnector::startAsyncTask(
-    std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
+void RestConnector::startAsyncTask(std::string_view path, JsonBody body, ProgressHandler progress, Finished finished)
 {
     // The download configuration, on purpose: 60-second time-outs and no default headers.
     if (!begin(std::move(progress), &RestConnector::configSessionForDownload)) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
-    const auto request = prepareJsonRequest(params, getAbsoluteURL(path), finished);
+    auto request = prepareJsonRequest(std::move(body), getAbsoluteURL(path), finished);
     if (!request)
         return;
-    sessionTask = session->dataTask(*request,
-        [self = shared_from_this(), url = request->url, finished = std::move(finished)](const Result& result) {
+    std::string url = request->url;
+    sessionTask = session->dataTask(std::move(*request),
+        [self = shared_from_this(), url = std::move(url), finished = std::move(finished)](const Result& result) {
             finishJsonRequest(url, result.error, result.data, result.response, finished);
         });
     resume();

@@ -44,11 +44,10 @@ public:
     void configSessionForDownload();
 
     // The JSON request: not reachable gives (nothing, 1) at once; otherwise, in a session configured for download,
-    // `params` is written as pretty-printed JSON and logged ("Json String %@"); a writing error gives (error, 4) at
-    // once; else the JSON is posted to the method's URL and the reply arrives as finishJsonRequest describes
-    // (JsonRequest.h).
-    void startAsyncTask(
-        std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished) override;
+    // the body is logged ("Json String %@"); a writing error gives (error, 4) at once; else the JSON is posted to
+    // the method's URL and the reply arrives as finishJsonRequest describes (JsonRequest.h).
+    using JsonTransport::startAsyncTask;
+    void startAsyncTask(std::string_view path, JsonBody body, ProgressHandler progress, Finished finished) override;
 
     // Starts `sessionTask`: 6, or 7 when there is none.
     TransportStatus resume();

@@ -36,7 +36,7 @@ void RestConnector::startAsyncDownloadWithStreamRequest(
         finished(std::monostate(), std::monostate(), TransportNotReachable);
         return;
     }
-    const auto request = prepareJsonRequest(params, getAbsoluteURL(path), "%@",
+    const auto request = prepareJsonRequest(writeJsonBody(params), getAbsoluteURL(path), "%@",
         [&](const platform::Error& error) { finished(std::monostate(), error, TransportRequestNotJson); });
     if (!request)
         return;
@@ -135,7 +135,7 @@ void RestConnector::startAsyncUpload(
     }
     const std::optional<std::string> url = getAbsoluteURL(path);
     const auto request = prepareJsonRequest(
-        params, url, nullptr, [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
+        writeJsonBody(params), url, nullptr, [&](const platform::Error& error) { finished(error, TransportRequestNotJson); });
     if (!request)
         return;
     platform::log("url is........%@", url.value_or("(null)"));

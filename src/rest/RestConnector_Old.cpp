@@ -12,14 +12,14 @@ std::optional<std::string> RestConnector_Old::getAbsoluteURL(std::string_view pa
 }
 
 void RestConnector_Old::startAsyncTask(
-    std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished)
+    std::string_view path, JsonBody body, ProgressHandler progress, Finished finished)
 {
     if (!Reachability::isReachable()) {
         finished(std::monostate(), TransportNotReachable);
         return;
     }
     progressHandler = std::move(progress);
-    const auto request = prepareJsonRequest(params, getAbsoluteURL(path), finished);
+    const auto request = prepareJsonRequest(std::move(body), getAbsoluteURL(path), finished);
     if (!request)
         return;
     operationQueue = std::make_shared<OperationQueue>("RestConnector_Old");

@@ -31,12 +31,12 @@ public:
 
     std::optional<std::string> getAbsoluteURL(std::string_view path) const;
 
-    // Not reachable: (nothing, 1) at once. Otherwise `params` is written as pretty-printed JSON and logged
-    // ("Json String %@"); a writing error gives (error, 4) at once; else the JSON is posted and the reply arrives on
-    // `operationQueue` as finishJsonRequest describes (JsonRequest.h), followed by the cancel of the queue's last
-    // operation, also when `finished` was not called (error -1).
-    void startAsyncTask(
-        std::string_view path, const platform::Value& params, ProgressHandler progress, Finished finished) override;
+    // Not reachable: (nothing, 1) at once. Otherwise the body is logged ("Json String %@"); a writing error gives
+    // (error, 4) at once; else the JSON is posted and the reply arrives on `operationQueue` as finishJsonRequest
+    // describes (JsonRequest.h), followed by the cancel of the queue's last operation, also when `finished` was not
+    // called (error -1).
+    using JsonTransport::startAsyncTask;
+    void startAsyncTask(std::string_view path, JsonBody body, ProgressHandler progress, Finished finished) override;
 
     std::string description() const override;
 };

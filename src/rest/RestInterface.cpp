@@ -1,6 +1,7 @@
 #include "rest/RestInterface.h"
 
 #include "messages/Operations.h"
+#include "messages/WireCodec.h"
 #include "platform/Log.h"
 #include "platform/OsVersion.h"
 #include "rest/RestConnector.h"
@@ -114,10 +115,24 @@ void RestInterface::asyncUpdateFileRequest(const messages::UpdateFileRequestQuer
 void RestInterface::asyncSyncFilesInTableAndCloud(const std::vector<messages::SyncFilesInTableAndCloudQuery>& query,
     CompletionHandler<std::vector<messages::SyncFilesInTableAndCloudResponseData>> withCompletionHandler)
 {
+    asyncSyncFilesInTableAndCloudWithBody(
+        syncFilesInTableAndCloudBody(query.size(), [&](std::size_t index) { return query[index]; }),
+        std::move(withCompletionHandler));
+}
+
+JsonBody RestInterface::syncFilesInTableAndCloudBody(
+    std::size_t count, const std::function<messages::SyncFilesInTableAndCloudQuery(std::size_t)>& recordAt)
+{
+    // The body is the array the encoder puts under "syncData", not the encoded dictionary: each element is one
+    // record's dictionary, written as soon as it is made.
+    return writeJsonListBody(count, [&](std::size_t index) { return messages::encode(recordAt(index)); });
+}
+
+void RestInterface::asyncSyncFilesInTableAndCloudWithBody(JsonBody body,
+    CompletionHandler<std::vector<messages::SyncFilesInTableAndCloudResponseData>> withCompletionHandler)
+{
     const auto& operation = operations::asyncSyncFilesInTableAndCloud;
-    // The body is the array the encoder puts under "syncData", not the encoded dictionary.
-    const platform::Value encoded = operation.encoder(query);
-    makeTransport()->startAsyncTask(operation.path, encoded.objectForKey("syncData").value_or(platform::Value()), {},
+    makeTransport()->startAsyncTask(operation.path, std::move(body), {},
         completionStep(operation.decoder, std::move(withCompletionHandler)));
 }
 

@@ -26,7 +26,10 @@
 #include "messages/Responses.h"
 #include "messages/SharedTransfer.h"
 #include "rest/FacadeCompletion.h"
+#include "rest/JsonRequest.h"
 
+#include <cstddef>
+#include <functional>
 #include <vector>
 
 namespace rest {
@@ -60,6 +63,13 @@ public:
     static void asyncUpdateFileRequest(const messages::UpdateFileRequestQuery& query,
         CompletionHandler<messages::UpdateFileRequestResponseData> withCompletionHandler);
     static void asyncSyncFilesInTableAndCloud(const std::vector<messages::SyncFilesInTableAndCloudQuery>& query,
+        CompletionHandler<std::vector<messages::SyncFilesInTableAndCloudResponseData>> withCompletionHandler);
+    // The same request in two steps, for a long list: the body written while the records are made one at a time by
+    // `recordAt` (what it raises goes to the caller, and nothing is sent), so that neither the records nor their
+    // dictionaries exist whole; then the body sent, moved and never copied on its way to the HTTP layer.
+    static JsonBody syncFilesInTableAndCloudBody(
+        std::size_t count, const std::function<messages::SyncFilesInTableAndCloudQuery(std::size_t)>& recordAt);
+    static void asyncSyncFilesInTableAndCloudWithBody(JsonBody body,
         CompletionHandler<std::vector<messages::SyncFilesInTableAndCloudResponseData>> withCompletionHandler);
     static void asyncUpdateComputerStatus(const messages::UpdateComputerStatusQuery& query,
         CompletionHandler<messages::UpdateComputerStatusResponseData> withCompletionHandler);

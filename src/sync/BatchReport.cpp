@@ -40,37 +40,37 @@ namespace {
         return "transport status " + std::to_string(status);
     }
 
-    // One query per change record, in order. The paths go in the server's form; an "oldPathKey" that is the empty
-    // string (a record that is not a rename has no old path) or the null object goes as it is. Every other value is
-    // copied as it stands, whatever its kind.
-    std::vector<SyncFilesInTableAndCloudQuery> batchQueries(const Value& changes, const Value* korbanholdPath)
+    // The setting every query carries, in the server's form: one that cannot be a path fails the report before
+    // any record is copied.
+    std::optional<std::string> serverKorbanholdPath(const Value* korbanholdPath)
     {
-        // Every query carries the setting: one that cannot be a path fails the report before it is copied.
         if (korbanholdPath && korbanholdPath->isString() && !fitsFolderPath(korbanholdPath->string()))
             platform::Exception::raiseInvalidArgument("korbanholdPathKey is too long to name a folder");
-        std::optional<std::string> serverKorbanholdPath = serverFormPath(korbanholdPath);
-        std::vector<SyncFilesInTableAndCloudQuery> queries;
-        queries.reserve(changes.count());
-        for (const Value& change : changes.elements()) {
-            SyncFilesInTableAndCloudQuery query;
-            query.changeType = copiedValue(change.find(keys::changeType));
-            const Value* oldPath = change.find(keys::oldPath);
-            bool keptAsItIs = oldPath && (oldPath->isNull() || (oldPath->isString() && oldPath->string().empty()));
-            if (keptAsItIs)
-                query.oldFullPath = *oldPath;
-            else if (auto converted = serverFormPath(oldPath))
-                query.oldFullPath = Value(std::move(*converted));
-            query.fullPath = serverFormPath(change.find(keys::baseSystemFilePath));
-            query.fileSize = copiedValue(change.find(keys::fileSize));
-            query.computerId = copiedValue(change.find(keys::computerID));
-            query.korbanholdPath = serverKorbanholdPath;
-            query.isFile = copiedValue(change.find(keys::isFile));
-            query.fileID = copiedValue(change.find(keys::fileID));
-            query.baseSystemFileID = copiedValue(change.find(keys::baseSystemFileID));
-            query.fileModifiedDate = copiedValue(change.find(keys::modifiedDate));
-            queries.push_back(std::move(query));
-        }
-        return queries;
+        return serverFormPath(korbanholdPath);
+    }
+
+    // The query of one change record. The paths go in the server's form; an "oldPathKey" that is the empty string
+    // (a record that is not a rename has no old path) or the null object goes as it is. Every other value is copied
+    // as it stands, whatever its kind.
+    SyncFilesInTableAndCloudQuery batchQuery(const Value& change, const std::optional<std::string>& korbanholdPath)
+    {
+        SyncFilesInTableAndCloudQuery query;
+        query.changeType = copiedValue(change.find(keys::changeType));
+        const Value* oldPath = change.find(keys::oldPath);
+        bool keptAsItIs = oldPath && (oldPath->isNull() || (oldPath->isString() && oldPath->string().empty()));
+        if (keptAsItIs)
+            query.oldFullPath = *oldPath;
+        else if (auto converted = serverFormPath(oldPath))
+            query.oldFullPath = Value(std::move(*converted));
+        query.fullPath = serverFormPath(change.find(keys::baseSystemFilePath));
+        query.fileSize = copiedValue(change.find(keys::fileSize));
+        query.computerId = copiedValue(change.find(keys::computerID));
+        query.korbanholdPath = korbanholdPath;
+        query.isFile = copiedValue(change.find(keys::isFile));
+        query.fileID = copiedValue(change.find(keys::fileID));
+        query.baseSystemFileID = copiedValue(change.find(keys::baseSystemFileID));
+        query.fileModifiedDate = copiedValue(change.find(keys::modifiedDate));
+        return query;
     }
 
     // The position of the first table entry whose "BaseSystemFileIDKey" equals each result's: one walk over the
@@ -176,10 +176,14 @@ void SyncFilesXpcService::SyncFilesWithTableAndCloudProcess(Value changedListArr
                 if (const Value* setting = settingsValue(settings::korbanholdPath))
                     korbanholdPath = *setting;
             }
-            auto queries = batchQueries(changedListArray, korbanholdPath ? &*korbanholdPath : nullptr);
+            // One query per change record, in order, each written into the request's body as it is made and then
+            // dropped: a first sync of a large folder never holds its records a second time as queries.
+            const auto folderPath = serverKorbanholdPath(korbanholdPath ? &*korbanholdPath : nullptr);
+            auto body = rest::RestInterface::syncFilesInTableAndCloudBody(changedListArray.count(),
+                [&](std::size_t index) { return batchQuery(changedListArray.at(index), folderPath); });
             auto self = shared_from_this();
             m_reportsInFlight.started();
-            rest::RestInterface::asyncSyncFilesInTableAndCloud(queries,
+            rest::RestInterface::asyncSyncFilesInTableAndCloudWithBody(std::move(body),
                 [self, changedListArray, records = changedListArray.count()](
                     const BatchOutcome& object, rest::TransportStatus status) {
                     // Whatever happens below, the report is over when this returns.

@@ -28,17 +28,12 @@ std::string text(const std::optional<Bytes>& bytes)
     return bytes ? std::string(bytes->begin(), bytes->end()) : std::string("(absent)");
 }
 
-Bytes bytesOf(std::string_view text)
-{
-    return Bytes(text.begin(), text.end());
-}
-
 Request post(std::string url, std::string_view body = {})
 {
     Request request;
     request.url = std::move(url);
     request.httpMethod = "POST";
-    request.httpBody = bytesOf(body);
+    request.httpBody = std::string(body);
     return request;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 using platform::isValidJsonObject;
 using platform::JsonError;
@@ -305,4 +306,27 @@ TEST(JsonWrite, SlashesStayBareWhenEscapingIsTurnedOff)
     options.escapeSlashes = false;
     EXPECT_EQ(platform::writeJson(platform::Value::array({ "/a/b" }), options), "[\"/a/b\"]");
     EXPECT_EQ(platform::writeJson(platform::Value::array({ "/a/b" })), "[\"\\/a\\/b\"]");
+}
+
+// A list written one element at a time is the text writeJson gives for the whole list, in both layouts, empty or not.
+TEST(JsonArrayWriter, WritesTheTextOfTheWholeArray)
+{
+    const Value nested = Value::dictionary({ { "a/b", Value("x\n\"y\"") }, { "n", Value::array({ Value::integer(1), Value() }) },
+        { "empty", Value::dictionary() } });
+    const std::vector<Value> lists[] = { {}, { nested }, { nested, Value("t"), Value::array() } };
+    for (const auto& list : lists) {
+        for (const JsonWriteOptions& options : { JsonWriteOptions {}, pretty() }) {
+            platform::JsonArrayWriter writer(options);
+            for (const Value& element : list)
+                writer.append(element);
+            EXPECT_EQ(writer.finish(), writeJson(Value::arrayOf(list), options));
+        }
+    }
+}
+
+TEST(JsonArrayWriter, RaisesAsWriteJsonForAnElementJsonCannotHold)
+{
+    platform::JsonArrayWriter writer(pretty());
+    writer.append(Value("fine"));
+    EXPECT_THROW(writer.append(Value::real(std::nan(""))), JsonError);
 }

@@ -7,6 +7,7 @@
 #include "support/Eventually.h"
 #include "support/NetworkNamespace.h"
 
+#include <cmath>
 #include <future>
 
 using namespace resttest;
@@ -190,6 +191,52 @@ TEST_F(RestFacade, TheBatchReportSendsTheSyncDataArrayAndGetsOneRecordPerReplyEl
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0].fileId, Value("7"));
     EXPECT_EQ(results[0].baseSystemFileID, Value("9"));
+}
+
+// The body written while the records are made one at a time is the body of the whole list, byte for byte.
+TEST_F(RestFacade, TheBatchReportWrittenRecordByRecordSendsTheSameBody)
+{
+    std::vector<SyncFilesInTableAndCloudQuery> changes(3);
+    changes[0].changeType = "Created";
+    changes[0].fullPath = "a\\b/c.txt";
+    changes[0].fileSize = Value::integer(12);
+    changes[1].oldFullPath = Value();
+    changes[2].korbanholdPath = "/Users/a";
+    changes[2].fileID = Value("");
+    Recorder<const Outcome<std::vector<SyncFilesInTableAndCloudResponseData>>&, TransportStatus> whole, recordByRecord;
+    RestInterface::asyncSyncFilesInTableAndCloud(changes, whole.callback());
+    ASSERT_TRUE(whole.waitFor());
+    std::vector<std::size_t> made;
+    auto body = RestInterface::syncFilesInTableAndCloudBody(changes.size(), [&](std::size_t index) {
+        made.push_back(index);
+        return changes[index];
+    });
+    RestInterface::asyncSyncFilesInTableAndCloudWithBody(std::move(body), recordByRecord.callback());
+    ASSERT_TRUE(recordByRecord.waitFor());
+    EXPECT_EQ(made, (std::vector<std::size_t> { 0, 1, 2 }));
+    ASSERT_EQ(server.received().size(), 2u);
+    EXPECT_EQ(server.received()[1].body, server.received()[0].body);
+    EXPECT_EQ(std::get<1>(recordByRecord.only().arguments), TransportSucceeded);
+}
+
+// A record JSON cannot hold makes the body an error; the records after it are still made, so that one that raises
+// raises as it would had the whole list been made first.
+TEST(JsonListBody, AWritingErrorStillMakesTheRemainingElementsAndARaiseGoesToTheCaller)
+{
+    std::vector<std::size_t> made;
+    const auto body = writeJsonListBody(3, [&](std::size_t index) {
+        made.push_back(index);
+        return index == 1 ? Value::real(std::nan("")) : Value::array();
+    });
+    EXPECT_EQ(made, (std::vector<std::size_t> { 0, 1, 2 }));
+    EXPECT_TRUE(std::holds_alternative<platform::Error>(body));
+    EXPECT_THROW(writeJsonListBody(2,
+                     [&](std::size_t index) {
+                         if (index == 1)
+                             platform::Exception::raiseInvalidArgument("no record");
+                         return Value::real(std::nan(""));
+                     }),
+        platform::Exception);
 }
 
 TEST_F(RestFacade, AnEmptyBatchIsSentAsAnEmptyArray)
