@@ -340,6 +340,8 @@ const Entries& Value::entries() const
     raiseWrongKind("objectForKey:");
 }
 
+void Value::reserveEntries(std::size_t capacity) { mutableEntries().reserve(capacity); }
+
 Entries& Value::mutableEntries()
 {
     auto* dictionary = std::get_if<DictionaryStore>(&m_storage);

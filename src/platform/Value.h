@@ -154,6 +154,8 @@ public:
     void reserve(std::size_t capacity);
 
     // --- Dictionaries. Every operation raises when the value is not a dictionary.
+    // Room for `capacity` entries, so that a record built key by key holds no unused room.
+    void reserveEntries(std::size_t capacity);
     const Entries& entries() const;
     // The value for `key`, or null (absent) when there is none.
     const Value* find(std::string_view key) const;

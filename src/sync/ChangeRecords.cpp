@@ -25,7 +25,10 @@ namespace {
 
     Value recordOf(std::initializer_list<Field> fields)
     {
+        // Exactly the room the record needs: a first sync holds one record per item, kept by the table and the
+        // change list alike.
         Value record = Value::dictionary();
+        record.reserveEntries(fields.size());
         for (const auto& field : fields)
             record.setObject(field.value, field.key); // an absent value raises, naming the key
         return record;
@@ -64,6 +67,7 @@ namespace {
 Value normalisedRecord(const EntryView& entry)
 {
     Value record = Value::dictionary();
+    record.reserveEntries(normalisedKeys.size());
     for (RecordKey key : normalisedKeys)
         record.setObject(entry.find(key), nameOf(key));
     return record;
