@@ -128,6 +128,9 @@ bool Task::awaitingChallenge() const
 
 void Task::transferEnded(Result result, std::chrono::nanoseconds waitLimit)
 {
+    // The transfer that read the body is gone; a first sync's request body would otherwise live as long as its
+    // reply is handled.
+    std::string().swap(m_request.httpBody);
     auto challenge = challengeIn(result);
     auto delegate = m_session->m_delegate.lock();
     if (!challenge || !delegate) {

@@ -67,6 +67,8 @@ public:
 
     State state() const;
     std::uint64_t taskIdentifier() const { return m_identifier; }
+    // The request as given; its body only until the transfer has ended (then it is released, so that a large body
+    // is not kept while the reply is handled).
     const Request& originalRequest() const { return m_request; }
     // The reply's head, once the task has ended after receiving one.
     std::optional<Response> response() const;
@@ -93,7 +95,8 @@ private:
     const std::shared_ptr<Session> m_session;
     const Kind m_kind;
     const std::uint64_t m_identifier;
-    const Request m_request;
+    // Changed once, by the I/O thread: the body is released when the transfer that sent it has ended.
+    Request m_request;
     const UploadSource m_uploadSource;
 
     mutable std::mutex m_mutex;

@@ -188,6 +188,23 @@ TEST_F(HttpSession, TheRequestGoesOutWithItsMethodHeadersAndBody)
     EXPECT_FALSE(seen.has_header("Expect"));
 }
 
+// A large body is not kept while the reply is handled: the task lets it go once the transfer that sent it has ended.
+TEST_F(HttpSession, TheRequestBodyIsReleasedOnceTheTransferHasEnded)
+{
+    RecordingServer server("/record", "{}");
+    auto session = makeSession();
+    std::shared_ptr<Task> task;
+    const Result result = run([&](CompletionHandler handler) {
+        task = session->dataTask(post(server.url(), "{\"key\" : 1}"), std::move(handler));
+        EXPECT_EQ(task->originalRequest().httpBody, "{\"key\" : 1}");
+        return task;
+    });
+    ASSERT_FALSE(result.error);
+    EXPECT_EQ(server.lastRequest().body, "{\"key\" : 1}");
+    EXPECT_TRUE(task->originalRequest().httpBody.empty());
+    EXPECT_EQ(task->originalRequest().url, server.url());
+}
+
 TEST_F(HttpSession, SessionHeadersAreAddedUnlessTheRequestSetsTheFieldItself)
 {
     RecordingServer server("/record", "{}");
