@@ -12,6 +12,7 @@
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <csignal>
 #include <functional>
@@ -91,6 +92,63 @@ public:
 private:
     bool m_logged = false;
 };
+
+std::filesystem::path legacyFileIn(const TempDir& folder)
+{
+    return folder / (std::string(serviceDomain) + ".json");
+}
+
+// Every row of the database's tables in order, as text: equal dumps are equal databases.
+std::string dumpOf(const std::filesystem::path& file)
+{
+    sqlite3* db = nullptr;
+    std::string dump;
+    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+        return "cannot open " + file.string();
+    for (const char* query : { "SELECT id, present FROM domain_state ORDER BY id",
+             "SELECT position, key, quote(value) FROM domain_keys ORDER BY position",
+             "SELECT key, ord, value FROM list_rows ORDER BY key, ord" }) {
+        sqlite3_stmt* statement = nullptr;
+        sqlite3_prepare_v2(db, query, -1, &statement, nullptr);
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+                const auto* text = sqlite3_column_text(statement, column);
+                dump += text ? reinterpret_cast<const char*>(text) : "NULL";
+                dump += '|';
+            }
+            dump += '\n';
+        }
+        sqlite3_finalize(statement);
+        dump += "--\n";
+    }
+    sqlite3_close(db);
+    return dump;
+}
+
+// A domain file whose table of `count` records takes many of the pieces the import reads at a time, with text that
+// needs escapes, UTF-8 of every length, written raw and escaped, and tagged dates and data. `end` closes it.
+std::string legacyTableText(int count, const std::string& end = "]}")
+{
+    std::string text = R"({"FileWatchedDataKey":[)";
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        text += (i ? "," : "") + std::string(R"({"FileIDKey":")") + number
+            + R"(","BaseSystemFilePathKey":"/home/ann/Korbanhold/é€😀 \u00e9\ud83d\ude00\/\"q\"\\\n\t\u0001 )" + number
+            + R"(","when":{"$date":1700000000.25},"bytes":{"$data":"AAEC"},"size":)" + number + "}";
+    }
+    return text + end;
+}
+
+// What the whole-file reader makes of a domain file: nothing when it is a domain, else the reason it is not one.
+std::string reasonTheWholeReaderGives(const std::string& text)
+{
+    try {
+        const Value domain = platform::readPreferenceJson(text);
+        return domain.isDictionary() ? "" : "it holds " + std::string(domain.className()) + " instead of a dictionary";
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
 
 bool anyLineContains(const LogCapture& log, const std::string& text)
 {
@@ -305,6 +363,107 @@ TEST(PreferenceDatabase, TheFormerJsonFileIsImportedOnceAndMovedAside)
     UserDefaults later("korbanhold", folder.path());
     EXPECT_EQ(later.persistentDomainForName(serviceDomain)->keys(),
         (std::vector<std::string> { "FileWatchedDataKey", "other" }));
+}
+
+TEST(PreferenceDatabase, TheFormerJsonFileImportedPieceByPieceStoresWhatAStoreOfItsWholeDomainStores)
+{
+    std::string utf16;
+    for (const char c : std::string(R"({"L":["a",{"$date":2}],"s":"b"})"))
+        utf16 += { c, '\0' };
+    const std::vector<std::string> files {
+        legacyTableText(2000, R"(],"other":1,"empty":[],"nested":{"k":[1,{"$data":"AAE="}]}})"),
+        // A repeated key keeps its first place and its last value, whatever the kinds.
+        R"({"T":[1,2,3],"s":"a","T":[4],"U":[5],"s":{"k":[6]},"U":7,"V":8,"V":[9,10]})",
+        // A dictionary wrapped in a tag, holding a list and a member named like a tag.
+        R"({"$dictionary":{"$date":[1,2],"L":[{"$data":"AAE="}]}})",
+        R"({"$dictionary":[1],"$dictionary":{"a":[2]}})",
+        "\xEF\xBB\xBF" R"({"L":["é"]})",
+        utf16,
+        "{}",
+    };
+    for (const std::string& text : files) {
+        SCOPED_TRACE(text.substr(0, 80));
+        TempDir imported;
+        writeFile(legacyFileIn(imported), text);
+        PreferenceDatabase importer(databaseIn(imported), legacyFileIn(imported));
+        const auto domain = importer.read();
+
+        TempDir stored;
+        const Value whole = platform::readPreferenceJson(text);
+        PreferenceDatabase(databaseIn(stored), legacyFileIn(stored)).write(whole);
+
+        EXPECT_EQ(dumpOf(databaseIn(imported)), dumpOf(databaseIn(stored)));
+        ASSERT_TRUE(domain);
+        EXPECT_EQ(domain->description(), whole.description());
+        EXPECT_EQ(PreferenceDatabase(databaseIn(imported), {}).read()->description(), whole.description());
+        EXPECT_FALSE(std::filesystem::exists(legacyFileIn(imported)));
+        EXPECT_TRUE(std::filesystem::exists(legacyFileIn(imported).string() + ".imported"));
+    }
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatIsNotValidEvenAtItsEndImportsNothingAndIsMovedAside)
+{
+    const std::vector<std::string> files {
+        legacyTableText(2000, "]"), // cut short
+        legacyTableText(2000, "]} x"),
+        legacyTableText(2000, R"(,{"$date":"not a number"}]})"),
+        legacyTableText(2000, R"(],"FileWatchedDataKey":[{"$data":"not Base64"}]})"),
+        "[" + legacyTableText(2000, "]}") + "]",
+        R"({"$date":[1]})",
+        R"({"$date":1})",
+        R"("a string")",
+        "",
+    };
+    for (const std::string& text : files) {
+        SCOPED_TRACE(text.substr(text.size() > 80 ? text.size() - 80 : 0));
+        TempDir folder;
+        const auto json = legacyFileIn(folder);
+        writeFile(json, text);
+        LogCapture log;
+        EXPECT_FALSE(PreferenceDatabase(databaseIn(folder), json).read());
+        EXPECT_TRUE(log.contains("Preference domain file " + json.string() + " is not valid and was moved to "
+            + json.string() + ".invalid without being imported: " + reasonTheWholeReaderGives(text)))
+            << testing::PrintToString(log.lines());
+        EXPECT_FALSE(std::filesystem::exists(json));
+        EXPECT_TRUE(std::filesystem::exists(json.string() + ".invalid"));
+        // Nothing is left of the import: a repaired file put back is imported.
+        EXPECT_FALSE(std::filesystem::exists(databaseIn(folder)));
+        writeFile(json, R"({"FileWatchedDataKey":[1]})");
+        const auto repaired = PreferenceDatabase(databaseIn(folder), json).read();
+        ASSERT_TRUE(repaired);
+        EXPECT_EQ(*repaired, Value::dictionary({ { "FileWatchedDataKey", Value::array({ Value::integer(1) }) } }));
+    }
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedStaysAndItsDomainIsReadFromIt)
+{
+    TempDir folder;
+    const auto json = legacyFileIn(folder);
+    const std::string text = legacyTableText(2000);
+    writeFile(json, text);
+    const Value whole = platform::readPreferenceJson(text);
+    // In a child process whose files cannot grow past 64 KiB: the import fails once its rows pass that size.
+    const pid_t child = ::fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit { 64 * 1024, 64 * 1024 };
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        LogCapture log;
+        PreferenceDatabase database(databaseIn(folder), json);
+        const auto first = database.read();
+        const auto second = database.read();
+        const bool logged = log.countStartingWith("Could not import preference domain file " + json.string()) >= 1;
+        ::_exit(first == whole && second == whole && logged && std::filesystem::exists(json) ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    // Once the database can be written, the file is imported.
+    const auto domain = PreferenceDatabase(databaseIn(folder), json).read();
+    ASSERT_TRUE(domain);
+    EXPECT_EQ(*domain, whole);
+    EXPECT_FALSE(std::filesystem::exists(json));
 }
 
 TEST(PreferenceDatabase, AFileThatIsNotADatabaseIsLoggedMovedAsideAndReadsAsAbsent)
