@@ -22,8 +22,8 @@
 //
 // A database that is not one, or is corrupt, is logged once, moved aside (its name gets ".corrupt-<time>") and the
 // domain reads as absent; the next store starts a new database. When the database does not exist yet and the
-// domain's former JSON file does, the file is imported in the first store's transaction and then renamed to
-// "<name>.json.imported".
+// domain's former JSON file does, the first read imports the file in one transaction, reading it a piece at a time
+// and writing each element of its lists as its row as it is read, and then renames it to "<name>.json.imported".
 //
 // Not thread-safe: UserDefaults serialises the calls.
 
