@@ -77,6 +77,18 @@ int storedTableSurvivesAChild(const TempDir& folder, const std::function<int()>&
     return WEXITSTATUS(status);
 }
 
+// Makes `folder` read-only for this process, which is a child meant for it: a read-only bind mount in a mount
+// namespace of its own (permissions do not bind root), or the folder's permissions. False when neither can be had.
+bool makeReadOnly(const TempDir& folder)
+{
+    const std::string path = folder.string();
+    const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
+        && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
+        && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
+    return mounted || (::geteuid() != 0 && ::chmod(path.c_str(), 0500) == 0);
+}
+
 // True when a line starting with "Could not write preference domain" is logged while the object lives.
 class WriteFailureLine {
 public:
@@ -435,35 +447,54 @@ TEST(PreferenceDatabase, AFormerJsonFileThatIsNotValidEvenAtItsEndImportsNothing
     }
 }
 
-TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedStaysAndItsDomainIsReadFromIt)
+// In a child process that `prepare`s where the database cannot be written, the former file's domain is read from it
+// twice, with a log line, and the file stays; back in this process, it is imported. The child's status, 2 when
+// `prepare` could not make the database unwritable.
+int formerFileReadFromItselfInAChild(const TempDir& folder, const std::function<bool()>& prepare)
 {
-    TempDir folder;
     const auto json = legacyFileIn(folder);
     const std::string text = legacyTableText(2000);
     writeFile(json, text);
     const Value whole = platform::readPreferenceJson(text);
-    // In a child process whose files cannot grow past 64 KiB: the import fails once its rows pass that size.
     const pid_t child = ::fork();
     if (child == 0) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit { 64 * 1024, 64 * 1024 };
-        ::setrlimit(RLIMIT_FSIZE, &limit);
+        if (!prepare())
+            ::_exit(2);
         LogCapture log;
         PreferenceDatabase database(databaseIn(folder), json);
         const auto first = database.read();
         const auto second = database.read();
-        const bool logged = log.countStartingWith("Could not import preference domain file " + json.string()) >= 1;
+        const bool logged = log.countStartingWith("Could not import preference domain file " + json.string()) == 2;
         ::_exit(first == whole && second == whole && logged && std::filesystem::exists(json) ? 0 : 1);
     }
     int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
-    // Once the database can be written, the file is imported.
+    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    ::chmod(folder.string().c_str(), 0700);
     const auto domain = PreferenceDatabase(databaseIn(folder), json).read();
-    ASSERT_TRUE(domain);
-    EXPECT_EQ(*domain, whole);
+    EXPECT_TRUE(domain == whole);
     EXPECT_FALSE(std::filesystem::exists(json));
+    return WEXITSTATUS(status);
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedOnAFullDiskStaysAndItsDomainIsReadFromIt)
+{
+    TempDir folder;
+    // Files cannot grow past 64 KiB: the import fails once its rows pass that size.
+    EXPECT_EQ(formerFileReadFromItselfInAChild(folder, [] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit { 64 * 1024, 64 * 1024 };
+        return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    }), 0);
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedInAReadOnlyFolderStaysAndItsDomainIsReadFromIt)
+{
+    TempDir folder;
+    const int status = formerFileReadFromItselfInAChild(folder, [&] { return makeReadOnly(folder); });
+    if (status == 2)
+        GTEST_SKIP() << "no mount namespace here, and permissions do not bind root";
+    EXPECT_EQ(status, 0);
 }
 
 TEST(PreferenceDatabase, AFileThatIsNotADatabaseIsLoggedMovedAsideAndReadsAsAbsent)
@@ -498,15 +529,8 @@ TEST(PreferenceDatabase, ATruncatedDatabaseIsLoggedMovedAsideAndReadsAsAbsent)
 TEST(PreferenceDatabase, AReadOnlyFolderKeepsTheStoredTableReadableAndFailsTheStoreWithALine)
 {
     TempDir folder;
-    // In a child process, the folder becomes read-only: a read-only bind mount in a mount namespace of its own
-    // (permissions do not bind root), or its permissions.
     const int status = storedTableSurvivesAChild(folder, [&] {
-        const std::string path = folder.string();
-        const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
-            && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-            && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
-            && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
-        if (!mounted && (::geteuid() == 0 || ::chmod(path.c_str(), 0500) != 0))
+        if (!makeReadOnly(folder))
             return 2; // nothing would be read-only here
         WriteFailureLine line;
         UserDefaults store(serviceDomain, folder.path());
