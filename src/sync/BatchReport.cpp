@@ -277,9 +277,8 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
     if (refused.count() != 0) {
-        Value table = userDefaultsArray();
-        leaveRefusedChangesUndone(table, refused, splitRenames);
-        setUserDefaultsArray(table);
+        std::lock_guard lock(m_fieldsMutex);
+        leaveRefusedChangesUndone(m_userDefaultsArray, refused, splitRenames);
     }
     const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();
     if (!storeOnce) {

@@ -107,7 +107,7 @@ void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
     m_storedVersion = m_stored->version;
     m_built.clear();
     m_positions.reset(m_entries.size());
-    m_pathIndexBuilt = false;
+    m_pathIndex = PathIndex::None;
     m_slotsByPath.clear();
 }
 
@@ -219,17 +219,24 @@ std::string_view WatchedTable::pathOfSlot(std::size_t slot) const
 
 void WatchedTable::indexPath(std::size_t slot)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex == PathIndex::None)
         return;
-    if (std::string_view path = pathOfSlot(slot); path.data()) {
-        Slots& slots = m_slotsByPath[std::string(path)];
-        slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
+    std::string_view path = pathOfSlot(slot);
+    if (!path.data())
+        return;
+    auto found = m_slotsByPath.find(path);
+    if (found == m_slotsByPath.end()) {
+        if (m_pathIndex == PathIndex::Chosen)
+            return;
+        found = m_slotsByPath.try_emplace(std::string(path)).first;
     }
+    Slots& slots = found->second;
+    slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
 }
 
 void WatchedTable::unindexPath(std::size_t slot)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex == PathIndex::None)
         return;
     if (std::string_view path = pathOfSlot(slot); path.data()) {
         auto found = m_slotsByPath.find(path);
@@ -244,7 +251,8 @@ void WatchedTable::unindexPath(std::size_t slot)
 
 void WatchedTable::buildPathIndex()
 {
-    m_pathIndexBuilt = true;
+    m_slotsByPath.clear();
+    m_pathIndex = PathIndex::All;
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form == EntryForm::Removed)
             continue;
@@ -260,14 +268,38 @@ std::size_t WatchedTable::positionOfSlot(std::size_t slot) const
     return m_positions.positionOf(slot);
 }
 
-std::optional<std::size_t> WatchedTable::firstPositionWithPath(std::string_view path)
+void WatchedTable::indexOnlyPaths(const std::vector<std::string_view>& paths)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex != PathIndex::None)
+        return;
+    m_pathIndex = PathIndex::Chosen;
+    for (std::string_view path : paths)
+        m_slotsByPath.try_emplace(std::string(path));
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form == EntryForm::Removed)
+            continue;
+        if (std::string_view path = pathOfSlot(slot); path.data()) {
+            if (auto found = m_slotsByPath.find(path); found != m_slotsByPath.end())
+                found->second.push_back(static_cast<std::uint32_t>(slot));
+        }
+    }
+}
+
+std::optional<std::size_t> WatchedTable::firstPositionWithPath(
+    std::string_view path, const std::function<bool(const EntryView&)>& matches)
+{
+    if (m_pathIndex == PathIndex::None || (m_pathIndex == PathIndex::Chosen && !m_slotsByPath.contains(path)))
         buildPathIndex();
     auto found = m_slotsByPath.find(path);
-    if (found == m_slotsByPath.end() || found->second.empty())
+    if (found == m_slotsByPath.end())
         return std::nullopt;
-    return m_positions.positionOf(found->second.front());
+    // Slots grow with the table's order (an entry is only ever added at the end), so the first match is the first
+    // entry in the table.
+    for (std::uint32_t slot : found->second) {
+        if (!matches || matches(viewOfSlot(slot)))
+            return m_positions.positionOf(slot);
+    }
+    return std::nullopt;
 }
 
 void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&)>& report)
@@ -294,7 +326,7 @@ void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&
     m_entries = std::move(kept);
     m_positions.reset(m_entries.size());
     m_slotsByPath.clear();
-    m_pathIndexBuilt = false;
+    m_pathIndex = PathIndex::None;
 }
 
 std::vector<platform::ListRow> WatchedTable::rows() const

@@ -98,8 +98,14 @@ public:
     // The position of the entry in slot `slot` (the table's position of the entry when the pass read it); raises
     // NSRangeException when a move has taken that entry out.
     std::size_t positionOfSlot(std::size_t slot) const;
-    // The position of the first entry whose "BaseSystemFilePathKey" is the string `path`.
-    std::optional<std::size_t> firstPositionWithPath(std::string_view path);
+    // The position of the first entry whose "BaseSystemFilePathKey" is the string `path` (and for which `matches`
+    // holds, when given).
+    std::optional<std::size_t> firstPositionWithPath(
+        std::string_view path, const std::function<bool(const EntryView&)>& matches = {});
+    // Indexes the entries of `paths` alone, when no path is indexed yet: the lookups of a few paths known beforehand
+    // (the refused changes of a report) then cost one walk of the entries and no copy of every path. Entries that
+    // get one of these paths later are indexed too; a lookup of any other path indexes every path.
+    void indexOnlyPaths(const std::vector<std::string_view>& paths);
 
     // Hands every entry whose "removeKey" is "1" to `report`, in table order, then removes them all. If `report`
     // raises, the table is left as it was.
@@ -130,7 +136,9 @@ private:
     std::deque<platform::Value> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;
-    bool m_pathIndexBuilt = false;
+    // Which paths m_slotsByPath holds: none yet, those indexOnlyPaths() chose (its keys), or every path.
+    enum class PathIndex : std::uint8_t { None, Chosen, All };
+    PathIndex m_pathIndex = PathIndex::None;
     boost::unordered_flat_map<std::string, Slots, PathHash, std::equal_to<>> m_slotsByPath;
 };
 
