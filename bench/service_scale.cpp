@@ -85,7 +85,9 @@ class Scale {
 public:
     Scale(const fs::path& cache, std::size_t items, int passes)
         : m_tree(prepare(cache, items))
-        , m_work(cache / ("service-" + std::to_string(items)))
+        // Its own folder, so that two runs on the same cache (two engineers measuring at once) do not share a server
+        // or preferences.
+        , m_work(cache / ("service-" + std::to_string(items) + "-" + std::to_string(::getpid())))
         , m_passes(passes)
     {
         m_figures.items = items;
@@ -94,6 +96,13 @@ public:
         while (!fs::exists(m_edited / "file-1.txt"))
             m_edited /= "folder-0";
         m_edited /= "file-1.txt";
+    }
+
+    ~Scale()
+    {
+        m_server.reset();
+        std::error_code ignored;
+        fs::remove_all(m_work, ignored);
     }
 
     Figures measure()
