@@ -8,9 +8,11 @@
 #include "platform/PreferenceJson.h"
 #include "sync/ChangeRecords.h"
 #include "sync/RecordKeys.h"
+#include "sync/RefusedChanges.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/WatchedTable.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -38,6 +40,11 @@ void runTableOperations(engine::StoredRecords stored)
         live.append(engine::movedAwayRecord(live.at(1), "0", &computerId));
         live.remove(0);
     }
+    // The first records as the refused changes of a report, each undone on the table as its change type says.
+    Value refused = Value::array();
+    for (std::size_t position = 0; position < std::min<std::size_t>(live.count(), 4); ++position)
+        refused.append(live.at(position).record());
+    engine::leaveRefusedChangesUndone(live, refused, {});
     live.removeMarkedEntries([&](const engine::EntryView& entry) { engine::deletedRecord(entry, &computerId); });
     live.rowsStored(2);
     Value records = live.records();
