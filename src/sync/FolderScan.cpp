@@ -117,6 +117,12 @@ void FolderScan::writePathAt(std::size_t index, std::string& path) const
     path += m_items[index].path;
 }
 
+std::string_view FolderScan::relativePathAt(std::size_t index) const
+{
+    checkIndex(index);
+    return m_items[index].path;
+}
+
 std::size_t FolderScan::firstIndexAt(std::size_t index) const
 {
     checkIndex(index);

@@ -46,6 +46,9 @@ public:
     std::string pathAt(std::size_t index) const;
     // The same, written into `path` (whose storage is reused from item to item).
     void writePathAt(std::size_t index, std::string& path) const;
+    // The walked folder, and item `index`'s path below it: the full path with no copy made.
+    const std::string& base() const { return m_base; }
+    std::string_view relativePathAt(std::size_t index) const;
     // The index of the first item with the same file number: the item's own, unless a hard link came first.
     std::size_t firstIndexAt(std::size_t index) const;
     // The first index whose item has `fileNumber`: items that share a file number (hard links) all resolve to it.

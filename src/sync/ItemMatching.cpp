@@ -64,15 +64,19 @@ namespace {
 
 }
 
-std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vector<std::string>& paths,
-    const StoredTable& table, const std::vector<bool>& skipped)
+std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTable& table, const std::vector<bool>& skipped)
 {
     const std::vector<TableEntry>& entries = table.entries;
+    // Walked paths are the base, "/" and a path below it, so an entry's path equals one exactly when it starts with
+    // the base and "/" and the rest equals the path below. Entries are keyed by that rest, and walked items by their
+    // path below the base as the walk holds it, with no copy of each full path; an entry elsewhere is never paired
+    // by its path.
+    const std::string prefix = scan.base() + "/";
     EntryChains<std::string_view> entriesByPath(entries.size());
     EntryChains<std::uint64_t> entriesByNumber(entries.size());
     for (auto entry = static_cast<std::uint32_t>(entries.size()); entry-- > 0;) {
-        if (std::string_view path = table.view(entry).pathText(); path.data())
-            entriesByPath.addInFront(path, entry);
+        if (std::string_view path = table.view(entry).pathText(); path.data() && path.starts_with(prefix))
+            entriesByPath.addInFront(path.substr(prefix.size()), entry);
         if (entries[entry].hasFileNumber)
             entriesByNumber.addInFront(entries[entry].fileNumber, entry);
     }
@@ -98,7 +102,7 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vecto
             }
         }
     };
-    auto pathOf = [&](std::size_t item) { return std::string_view(paths[item]); };
+    auto pathOf = [&](std::size_t item) { return scan.relativePathAt(item); };
     auto numberOf = [&](std::size_t item) { return scan.attributesAt(item).fileNumber; };
     auto anyEntry = [](std::size_t, std::uint32_t) { return true; };
     // A freed file number reused at once may go to the other kind of item (`rm -r d; echo x > f` can give f the number

@@ -34,8 +34,7 @@ struct ItemMatch {
 };
 
 // One match per walked item, in walk order. `skipped[i]` leaves item i out (an item in a shared folder); its match
-// is Skipped. `paths[i]` is item i's full path.
-std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const std::vector<std::string>& paths,
-    const StoredTable& table, const std::vector<bool>& skipped);
+// is Skipped.
+std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTable& table, const std::vector<bool>& skipped);
 
 }

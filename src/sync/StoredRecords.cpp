@@ -13,6 +13,32 @@ namespace {
     constexpr std::size_t blockSize = std::size_t { 1 } << 20;
     // Offsets are 32 bits, counted over whole blocks.
     constexpr std::size_t maxBlocks = (std::size_t { 1 } << 32) / blockSize - 1;
+    // A text's length is kept before it, seven bits a byte, low bits first; a length below blockSize takes three.
+    constexpr std::size_t maxLengthBytes = 3;
+    constexpr std::size_t maxTextSize = blockSize - maxLengthBytes;
+
+    std::size_t writeLength(char* out, std::size_t length)
+    {
+        std::size_t bytes = 0;
+        do {
+            const auto low = static_cast<unsigned char>(length & 0x7F);
+            length >>= 7;
+            out[bytes++] = static_cast<char>(length ? (low | 0x80) : low);
+        } while (length);
+        return bytes;
+    }
+
+    std::string_view readText(const char* at)
+    {
+        std::size_t length = 0;
+        for (unsigned shift = 0;; shift += 7) {
+            const auto byte = static_cast<unsigned char>(*at++);
+            length |= std::size_t { byte & 0x7Fu } << shift;
+            if (!(byte & 0x80))
+                break;
+        }
+        return { at, length };
+    }
 
 }
 
@@ -43,9 +69,16 @@ StoredRecords StoredRecords::sharing(const StoredRecords& other)
 
 std::string_view StoredRecords::textOf(const TextRef& ref) const
 {
-    if (ref.length == 0)
+    if (ref == 0)
         return std::string_view("", 0);
-    return { m_arena->blocks[ref.offset / blockSize].get() + ref.offset % blockSize, ref.length };
+    const std::size_t offset = ref - 1;
+    return readText(m_arena->blocks[offset / blockSize].get() + offset % blockSize);
+}
+
+bool StoredRecords::fitsArena(std::string_view text) const
+{
+    // A record's texts may each start a block.
+    return text.size() <= maxTextSize && m_arena->blocks.size() + fieldCount < maxBlocks;
 }
 
 StoredRecords::TextRef StoredRecords::keep(std::size_t field, std::string_view text, const TextRef* like)
@@ -57,14 +90,15 @@ StoredRecords::TextRef StoredRecords::keep(std::size_t field, std::string_view t
     if (!m_rows.empty() && m_rows.back().shape != oddShape && textOf(m_rows.back().texts[field]) == text)
         return m_rows.back().texts[field];
     Arena& arena = *m_arena;
-    if (arena.used + text.size() > blockSize) {
+    if (arena.used + maxLengthBytes + text.size() > blockSize) {
         arena.blocks.push_back(std::make_unique<char[]>(blockSize));
         arena.used = 0;
     }
-    TextRef ref { static_cast<std::uint32_t>((arena.blocks.size() - 1) * blockSize + arena.used),
-        static_cast<std::uint32_t>(text.size()) };
-    std::memcpy(arena.blocks.back().get() + arena.used, text.data(), text.size());
-    arena.used += text.size();
+    const auto ref = static_cast<TextRef>((arena.blocks.size() - 1) * blockSize + arena.used + 1);
+    char* out = arena.blocks.back().get() + arena.used;
+    const std::size_t lengthBytes = writeLength(out, text.size());
+    std::memcpy(out + lengthBytes, text.data(), text.size());
+    arena.used += lengthBytes + text.size();
     return ref;
 }
 
@@ -82,7 +116,7 @@ std::uint8_t StoredRecords::shapeOf(const Shape& order)
 void StoredRecords::appendOdd(const Value& record)
 {
     Row row;
-    row.texts[0].offset = static_cast<std::uint32_t>(m_odd.size());
+    row.texts[0] = static_cast<TextRef>(m_odd.size());
     m_odd.push_back(record);
     m_rows.push_back(row);
 }
@@ -97,15 +131,14 @@ void StoredRecords::appendReplacing(const Value& record, const StoredRecords& ot
 void StoredRecords::appendValue(const Value& record, const Row* like)
 {
     // Regular: ten distinct record keys, each with a string short enough for a block, and an arena with room.
-    const auto fitsBlock = [](const Value& value) { return value.isString() && value.string().size() <= blockSize; };
-    bool regular = record.isDictionary() && record.count() == fieldCount && m_arena->blocks.size() < maxBlocks;
+    bool regular = record.isDictionary() && record.count() == fieldCount;
     Shape order {};
     std::array<const std::string*, fieldCount> texts {};
     for (std::size_t position = 0; regular && position < fieldCount; ++position) {
         const auto& [key, value] = record.entries()[position];
         const RecordKey field = recordKeyOf(key);
         const auto index = static_cast<std::size_t>(field);
-        regular = field != RecordKey::Other && !texts[index] && fitsBlock(value);
+        regular = field != RecordKey::Other && !texts[index] && value.isString() && fitsArena(value.string());
         if (regular) {
             order[position] = field;
             texts[index] = &value.string();
@@ -125,8 +158,6 @@ void StoredRecords::appendValue(const Value& record, const Row* like)
 
 bool StoredRecords::appendPlainText(std::string_view text)
 {
-    if (m_arena->blocks.size() >= maxBlocks)
-        return false;
     std::size_t at = 0;
     const auto take = [&](char c) {
         if (at < text.size() && text[at] == c) {
@@ -161,7 +192,7 @@ bool StoredRecords::appendPlainText(std::string_view text)
             return false;
         const RecordKey field = recordKeyOf(key);
         const auto index = static_cast<std::size_t>(field);
-        if (field == RecordKey::Other || seen[index] || value.size() > blockSize)
+        if (field == RecordKey::Other || seen[index] || !fitsArena(value))
             return false;
         seen[index] = true;
         order[position] = field;
@@ -197,7 +228,7 @@ void StoredRecords::appendCopy(const StoredRecords& other, std::size_t row)
 
 bool StoredRecords::appendSeenForm(const StoredRecords& other, std::size_t row, std::string_view computerId)
 {
-    if (!other.isRegular(row) || computerId.size() > blockSize || m_arena->blocks.size() >= maxBlocks)
+    if (!other.isRegular(row) || !fitsArena(computerId))
         return false;
     Row seen = other.m_rows[row];
     seen.shape = seenShape;

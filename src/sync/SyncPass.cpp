@@ -274,21 +274,23 @@ void SyncFilesXpcService::classifyItems()
 
 void SyncFilesXpcService::classifyMatchedItems()
 {
-    // The walk and the table are only replaced by this thread, so reading them here needs no lock.
-    std::vector<std::string> paths(m_scan.count());
+    // The walk and the table are only replaced by this thread, so reading them here needs no lock. Full paths are
+    // made one at a time into `path`: a copy of every walked path would cost as much as the walk itself.
+    std::string path;
     std::vector<bool> shared(m_scan.count());
     for (std::size_t index = 0; index < m_scan.count(); ++index) {
-        paths[index] = m_scan.pathAt(index);
-        shared[index] = checkIfShared(paths[index]);
+        m_scan.writePathAt(index, path);
+        shared[index] = checkIfShared(path);
     }
     // Pairings name entries by their position in the table as read, which is their slot in the pass's table for
     // as long as the pass runs.
-    std::vector<ItemMatch> matches = matchWalkedItems(m_scan, paths, *m_tableIndex.table(), shared);
+    std::vector<ItemMatch> matches = matchWalkedItems(m_scan, *m_tableIndex.table(), shared);
     for (std::size_t index = 0; index < m_scan.count(); ++index) {
         const ItemMatch& match = matches[index];
+        m_scan.writePathAt(index, path);
         auto handle = [&] {
             if (match.pairing == ItemPairing::Skipped) {
-                classifySharedItem(paths[index], fileNumberText(m_scan.attributesAt(index).fileNumber));
+                classifySharedItem(path, fileNumberText(m_scan.attributesAt(index).fileNumber));
                 return;
             }
             std::lock_guard lock(m_fieldsMutex);
@@ -301,7 +303,7 @@ void SyncFilesXpcService::classifyMatchedItems()
                 modifyItemAt(position(), index, currentAttributesAt(index));
                 break;
             case ItemPairing::Moved:
-                renameItem(position(), index, paths[index]);
+                renameItem(position(), index, path);
                 break;
             case ItemPairing::New:
             case ItemPairing::Skipped:
@@ -315,7 +317,7 @@ void SyncFilesXpcService::classifyMatchedItems()
         }
         // After repeated failures an item that cannot be handled is left out of this pass, logged.
         platform::guard(handle, [&](const platform::Exception& exception) {
-            platform::log("%@ is left out of this pass: %@", paths[index], exception);
+            platform::log("%@ is left out of this pass: %@", path, exception);
         });
     }
 }

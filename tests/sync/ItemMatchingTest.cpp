@@ -36,11 +36,28 @@ TEST(ItemMatching, EntriesThatShareAPathOrAFileNumberArePairedInTableOrder)
     const Value computerId("C-1");
     const auto table = engine::StoredTable::normalise(records, &computerId, 1);
     const auto scan = engine::FolderScan::fromItems("/b", { file("x", 3), file("w", 5) });
-    const auto matches = engine::matchWalkedItems(scan, { "/b/x", "/b/w" }, *table, { false, false });
+    const auto matches = engine::matchWalkedItems(scan, *table, { false, false });
 
     ASSERT_EQ(matches.size(), 2u);
     EXPECT_EQ(matches[0].pairing, engine::ItemPairing::Replaced);
     EXPECT_EQ(matches[0].entry, 0u);
     EXPECT_EQ(matches[1].pairing, engine::ItemPairing::Moved);
     EXPECT_EQ(matches[1].entry, 2u);
+}
+
+TEST(ItemMatching, AnEntryOutsideTheWalkedFolderIsNeverPairedByItsPath)
+{
+    engine::StoredRecords records;
+    for (const auto& [number, path] : std::vector<std::pair<std::string, std::string>> {
+             { "1", "/c/x" }, { "2", "/bx" }, { "3", "x" }, { "4", "/b/y" } })
+        records.append(record(number, path));
+    const Value computerId("C-1");
+    const auto table = engine::StoredTable::normalise(records, &computerId, 1);
+    const auto scan = engine::FolderScan::fromItems("/b", { file("x", 9), file("y", 4) });
+    const auto matches = engine::matchWalkedItems(scan, *table, { false, false });
+
+    ASSERT_EQ(matches.size(), 2u);
+    EXPECT_EQ(matches[0].pairing, engine::ItemPairing::New);
+    EXPECT_EQ(matches[1].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(matches[1].entry, 3u);
 }

@@ -39,8 +39,9 @@ void expectReadsBackExactly(const Value& record, bool regular)
         EXPECT_EQ(records.isRegular(row), regular);
         const Value back = records.record(row);
         EXPECT_EQ(back.description(), record.description());
-        if (record.isDictionary())
+        if (record.isDictionary()) {
             EXPECT_EQ(back.keys(), record.keys());
+        }
         EXPECT_EQ(storedText(back), storedText(record));
     }
 }
@@ -64,6 +65,23 @@ TEST(StoredRecords, ARegularRecordIsKeptCompactlyAndReadsBackWithItsKeyOrder)
     EXPECT_TRUE(records.hasSeenOrder(0));
     EXPECT_EQ(*records.find(0, RecordKey::FileID), Value("F-13"));
     EXPECT_FALSE(records.find(0, RecordKey::Other));
+}
+
+// Texts are kept after their length, in blocks of a mebibyte: every length a length byte changes at, texts that
+// fill blocks, and a text too long for a block (kept as its value) all read back exactly.
+TEST(StoredRecords, TextsOfEveryLengthReadBackExactly)
+{
+    const std::size_t block = std::size_t { 1 } << 20;
+    for (const std::size_t length : { 1ul, 127ul, 128ul, 16383ul, 16384ul, 700000ul, block - 3, block - 2, block }) {
+        SCOPED_TRACE(length);
+        expectReadsBackExactly(regularRecord("7", std::string(length, 'p')), length <= block - 3);
+    }
+    StoredRecords records;
+    for (int row = 0; row < 40; ++row)
+        records.append(regularRecord(std::to_string(row), "/k/" + std::string(100000 + row, 'a' + row % 26)));
+    for (int row = 0; row < 40; ++row)
+        EXPECT_EQ(records.text(row, RecordKey::BaseSystemFilePath),
+            "/k/" + std::string(100000 + row, 'a' + row % 26));
 }
 
 TEST(StoredRecords, EveryOtherRecordKeepsItsExactValue)
