@@ -53,6 +53,8 @@ public:
     static std::shared_ptr<StoredTable> of(StoredRecords records, const platform::Value* computerId, std::uint64_t version);
     // Fills `entries` from `records`, raising or leaving out as normalise() does.
     void normaliseEntries(bool leaveOutFaulty);
+    // The entry of record `row`, normalised; raises as normalise() does.
+    TableEntry normalisedEntry(std::size_t row) const;
     // True when the table is normalised for this computer identifier.
     bool hasComputerId(const platform::Value* otherComputerId) const;
     const platform::Value* computerIdValue() const { return computerId ? &*computerId : nullptr; }
@@ -130,7 +132,15 @@ private:
     void indexPath(std::size_t slot);
     void buildPathIndex();
 
+    // Stores the table where m_stored lies (rowsStored): true when it could, that is when this table made m_stored
+    // and alone holds it, and every entry still stands at its row (none taken out, new ones only at the end).
+    bool storeInPlace(std::uint64_t version);
+    // Makes the stored table afresh from the entries (rowsStored).
+    void storeAfresh(std::uint64_t version);
+
     std::shared_ptr<const StoredTable> m_stored;
+    // m_stored when this table made it (rowsStored), which it may then change while it alone holds it; else null.
+    std::shared_ptr<StoredTable> m_madeHere;
     std::uint64_t m_storedVersion = 0;
     // The records of Built entries; a deque, so that a view of one stays valid while others are added.
     std::deque<platform::Value> m_built;
