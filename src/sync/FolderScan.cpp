@@ -80,14 +80,22 @@ FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::
         return false;
     });
     scan.m_items = std::move(items);
-    scan.m_firstIndex.reserve(scan.m_items.size());
-    scan.m_firstIndexByNumber.reserve(scan.m_items.size());
-    for (std::size_t index = 0; index < scan.m_items.size(); ++index) {
-        auto first = scan.m_firstIndexByNumber.try_emplace(scan.m_items[index].attributes->fileNumber,
-            static_cast<std::uint32_t>(index));
-        scan.m_firstIndex.push_back(first.first->second);
-    }
     return scan;
+}
+
+const FolderScan::FirstIndexes& FolderScan::firstIndexes() const
+{
+    if (!m_firstIndexes) {
+        FirstIndexes& indexes = m_firstIndexes.emplace();
+        indexes.ofItem.reserve(m_items.size());
+        indexes.byNumber.reserve(m_items.size());
+        for (std::size_t index = 0; index < m_items.size(); ++index) {
+            auto first = indexes.byNumber.try_emplace(m_items[index].attributes->fileNumber,
+                static_cast<std::uint32_t>(index));
+            indexes.ofItem.push_back(first.first->second);
+        }
+    }
+    return *m_firstIndexes;
 }
 
 void FolderScan::checkIndex(std::size_t index) const
@@ -126,13 +134,14 @@ std::string_view FolderScan::relativePathAt(std::size_t index) const
 std::size_t FolderScan::firstIndexAt(std::size_t index) const
 {
     checkIndex(index);
-    return m_firstIndex[index];
+    return firstIndexes().ofItem[index];
 }
 
 std::optional<std::size_t> FolderScan::firstIndexOf(std::uint64_t fileNumber) const
 {
-    auto found = m_firstIndexByNumber.find(fileNumber);
-    if (found == m_firstIndexByNumber.end())
+    const auto& byNumber = firstIndexes().byNumber;
+    auto found = byNumber.find(fileNumber);
+    if (found == byNumber.end())
         return std::nullopt;
     return found->second;
 }

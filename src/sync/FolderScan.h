@@ -60,11 +60,19 @@ public:
 private:
     void checkIndex(std::size_t index) const;
 
+    // Which item comes first with each file number. Made the first time it is asked for: a guarded pass pairs items
+    // with the table without it (2.5 MB at 100,000 items). A walk is only read by the thread of the pass that made
+    // it.
+    struct FirstIndexes {
+        std::vector<std::uint32_t> ofItem;
+        boost::unordered_flat_map<std::uint64_t, std::uint32_t> byNumber;
+    };
+    const FirstIndexes& firstIndexes() const;
+
     std::string m_base;
     // The items kept, each with its attributes; paths relative to m_base.
     std::vector<platform::DirectoryItem> m_items;
-    std::vector<std::uint32_t> m_firstIndex;
-    boost::unordered_flat_map<std::uint64_t, std::uint32_t> m_firstIndexByNumber;
+    mutable std::optional<FirstIndexes> m_firstIndexes;
 };
 
 }

@@ -17,7 +17,7 @@ namespace {
     template<typename Key>
     class EntryChains {
     public:
-        explicit EntryChains(std::size_t entries) : m_next(entries, noEntry) { }
+        explicit EntryChains(std::size_t entries) : m_next(entries, noEntry) { m_first.reserve(entries); }
         // Entries are added last to first, so that each chain reads in table order.
         void addInFront(const Key& key, std::uint32_t entry)
         {

@@ -12,6 +12,11 @@ StoredTableIndex::StoredTableIndex()
 StoredTableIndex::StoredTableIndex(std::shared_ptr<const StoredTable> table)
     : m_table(std::move(table))
 {
+}
+
+void StoredTableIndex::buildFirstPositions()
+{
+    m_firstPositionsBuilt = true;
     const auto& entries = m_table->entries;
     m_firstPositions.reserve(entries.size());
     m_isFirst.resize(entries.size());
@@ -21,8 +26,10 @@ StoredTableIndex::StoredTableIndex(std::shared_ptr<const StoredTable> table)
     }
 }
 
-std::optional<std::size_t> StoredTableIndex::firstPositionOf(std::uint64_t fileNumber, std::size_t likely) const
+std::optional<std::size_t> StoredTableIndex::firstPositionOf(std::uint64_t fileNumber, std::size_t likely)
 {
+    if (!m_firstPositionsBuilt)
+        buildFirstPositions();
     const auto& entries = m_table->entries;
     if (likely < entries.size() && m_isFirst[likely] && entries[likely].fileNumber == fileNumber)
         return likely;
