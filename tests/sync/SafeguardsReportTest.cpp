@@ -123,6 +123,21 @@ TEST_F(SafeguardsReport, ARefusedChangeIsLeftUndoneAndTheAcceptedOneIsStored)
         [&] { return logHolds("the server refused 2 of 3 changes; they are reported again"); }));
 }
 
+// Each accepted change's identifier goes to the first entry of its path and file number: not to another path of the
+// same file number (a hard link), and a number text that is no file number is matched as a text.
+TEST_F(SafeguardsReport, AnAcceptedIdentifierGoesToTheEntryOfTheChangesPathAndFileNumber)
+{
+    answer(200, "[" + result("F-b", "0", "5") + ", " + result("F-c", "0", "x7") + "]");
+    report(Value::array({ tableRecord("5", path("a.txt"), ""), tableRecord("5", path("b.txt"), ""),
+               tableRecord("x7", path("c.txt"), "") }),
+        Value::array({ change("Created", "5", "b.txt"), change("Created", "x7", "c.txt") }));
+    auto stored = storedTable();
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(text(entryWithPath(*stored, path("a.txt")), "FileIDKey"), "");
+    EXPECT_EQ(text(entryWithPath(*stored, path("b.txt")), "FileIDKey"), "F-b");
+    EXPECT_EQ(text(entryWithPath(*stored, path("c.txt")), "FileIDKey"), "F-c");
+}
+
 // On a table read from the store, a report refused in part changes a few entries: the store that follows encodes
 // and writes their rows, not the table's. 1,000 items (about 1 s in the dev build).
 TEST_F(SafeguardsReport, APartlyRefusedReportWritesOnlyTheRowsItChanges)
