@@ -294,12 +294,13 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
-    // The pass's index of the stored table is made again by the next pass; let go of it now, so that the table
-    // stored below is updated where it lies instead of copied.
-    m_tableIndex = StoredTableIndex();
-    if (refused.count() != 0) {
+    {
         std::lock_guard lock(m_fieldsMutex);
-        leaveRefusedChangesUndone(m_userDefaultsArray, refused, splitRenames);
+        // The pass's index of the stored table is made again by the next pass; let go of it now, so that the table
+        // stored below is updated where it lies instead of copied.
+        m_tableIndex = StoredTableIndex();
+        if (refused.count() != 0)
+            leaveRefusedChangesUndone(m_userDefaultsArray, refused, splitRenames);
     }
     const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();
     if (!storeOnce) {
