@@ -1,11 +1,17 @@
 // Domain files and `korbanhold defaults` input are outside input: any bytes must give a value or a clear error,
-// and every value read must be written back and read again as the same value.
+// and every value read must be written back and read again as the same value. A domain file read piece by piece,
+// its lists handed over element by element (as the service's database imports it), must give what the whole file
+// gives, or the same error.
 
 #include "platform/PreferenceJson.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
+#include <optional>
+#include <string>
 #include <string_view>
 
 using platform::Value;
@@ -52,11 +58,93 @@ bool same(const Value& a, const Value& b)
     }
 }
 
+// Puts the elements handed over back into their lists.
+class CollectedLists : public platform::PreferenceListReceiver {
+public:
+    void beginList(std::optional<std::string_view> key) override
+    {
+        m_list = &m_lists[key ? std::optional<std::string>(*key) : std::nullopt];
+        m_list->clear();
+    }
+    void element(const Value& element) override { m_list->push_back(element); }
+
+    Value document(const platform::StreamedPreferences& streamed) const
+    {
+        if (!streamed.listsStreamed)
+            return streamed.value;
+        if (streamed.value.isArray())
+            return Value::arrayOf(m_lists.at(std::nullopt));
+        Value whole = streamed.value;
+        if (whole.isDictionary()) {
+            for (const auto& [key, member] : streamed.value.entries()) {
+                if (member.isArray())
+                    whole.setObject(Value::arrayOf(m_lists.at(key)), key);
+            }
+        }
+        return whole;
+    }
+
+private:
+    std::map<std::optional<std::string>, platform::Array> m_lists;
+    platform::Array* m_list = nullptr;
+};
+
+// The outcome of reading a domain file: its value, or the error's text.
+struct Outcome {
+    std::optional<Value> value;
+    std::string error;
+};
+
+Outcome readWhole(std::string_view text)
+{
+    try {
+        return { platform::readPreferenceJson(text), {} };
+    } catch (const platform::JsonError& error) {
+        return { std::nullopt, error.what() };
+    }
+}
+
+Outcome readInPieces(std::string_view text, std::size_t pieceSize)
+{
+    CollectedLists lists;
+    try {
+        platform::PreferenceStreamReader reader(lists);
+        for (std::size_t offset = 0; offset < text.size(); offset += pieceSize)
+            reader.write(text.substr(offset, pieceSize));
+        return { lists.document(reader.finish()), {} };
+    } catch (const platform::JsonError& error) {
+        return { std::nullopt, error.what() };
+    }
+}
+
+bool sameValue(const Outcome& a, const Outcome& b)
+{
+    if (a.value.has_value() != b.value.has_value())
+        return false;
+    // Equal values, and their members in the same order.
+    return !a.value || (*a.value == *b.value && a.value->description() == b.value->description());
+}
+
+// Read in one piece, the text gives the same value or the same error. Read in pieces of a size the input chooses (so
+// that pieces end inside tokens, escapes and UTF-8 sequences), it gives the same value or an error too; the parser
+// may then name a malformed escape differently.
+void requireTheSameOutcome(std::string_view text)
+{
+    const Outcome whole = readWhole(text);
+    const Outcome onePiece = readInPieces(text, std::max<std::size_t>(text.size(), 1));
+    if (!sameValue(whole, onePiece) || whole.error != onePiece.error)
+        std::abort();
+    const std::size_t pieceSize = text.empty() ? 1 : 1 + static_cast<unsigned char>(text.back()) % 17;
+    if (!sameValue(whole, readInPieces(text, pieceSize)))
+        std::abort();
+}
+
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
+    requireTheSameOutcome(text);
     platform::JsonReadOptions readOptions;
     readOptions.allowFragments = true;
     platform::JsonWriteOptions writeOptions;

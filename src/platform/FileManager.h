@@ -8,6 +8,7 @@
 #include "platform/Error.h"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -66,6 +67,13 @@ public:
     // Each item comes with its attributes, so a caller needs no second look at the item. Large trees are read by
     // two threads, one folder at a time each; the order does not depend on it.
     static std::vector<DirectoryItem> subpathsAtPath(const std::string& path);
+    // The same items in the same order, each handed to `visit` with its path relative to `path` (valid for the call
+    // only) and its attributes, without a list of them all; `listed`, when given, is told how many there are before
+    // the first.
+    using SubpathVisitor
+        = std::function<void(std::string_view relativePath, const std::optional<FileAttributes>& attributes)>;
+    static void visitSubpaths(const std::string& path, const SubpathVisitor& visit,
+        const std::function<void(std::size_t items)>& listed = nullptr);
 
     // The attributes of the item at `path` (not following a final symbolic link); absent when it cannot be read.
     static std::optional<FileAttributes> attributesOfItemAtPath(const std::string& path);

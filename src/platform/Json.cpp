@@ -7,6 +7,7 @@
 #include <boost/json/basic_parser_impl.hpp>
 
 #include <charconv>
+#include <utility>
 #include <cmath>
 #include <vector>
 
@@ -27,9 +28,12 @@ using boost::system::error_code;
 
 // Builds the Value straight from the parser's events. Reals are converted from their own text with
 // std::from_chars, because the parser's conversion of Boost 1.81 can be one unit in the last place off, and a value
-// must read back exactly as it was written.
+// must read back exactly as it was written. With a receiver, the elements of the lists at the top of the document go
+// to it as they are completed, and each such list is added as an empty one.
 class ValueBuilder {
 public:
+    explicit ValueBuilder(JsonListReceiver* receiver) : m_receiver(receiver) { }
+
     static constexpr std::size_t max_array_size = -1;
     static constexpr std::size_t max_object_size = -1;
     static constexpr std::size_t max_string_size = -1;
@@ -38,7 +42,16 @@ public:
     bool on_document_begin(error_code&) { return true; }
     bool on_document_end(error_code&) { return true; }
 
-    bool on_array_begin(error_code&) { return open(false); }
+    bool on_array_begin(error_code&)
+    {
+        const bool atTop = m_open.empty() || (m_open.size() == 1 && m_open.front().isObject);
+        if (!m_receiver || !atTop)
+            return open(false);
+        m_receiver->beginList(m_open.empty() ? std::nullopt : std::optional<std::string_view>(m_open.front().key));
+        open(false);
+        m_open.back().toReceiver = true;
+        return true;
+    }
     bool on_array_end(std::size_t, error_code&)
     {
         Array elements = std::move(m_open.back().elements);
@@ -118,6 +131,8 @@ private:
     // An array or object being read; only the member that matches its kind is used.
     struct Container {
         bool isObject = false;
+        bool toReceiver = false; // its elements go to the receiver
+
         Array elements;
         Entries entries;
         std::string key;
@@ -144,13 +159,16 @@ private:
             return true;
         }
         auto& container = m_open.back();
-        if (container.isObject)
+        if (container.toReceiver)
+            m_receiver->element(std::move(value));
+        else if (container.isObject)
             container.entries.emplace_back(std::move(container.key), std::move(value));
         else
             container.elements.push_back(std::move(value));
         return true;
     }
 
+    JsonListReceiver* m_receiver;
     std::vector<Container> m_open;
     std::string m_text;
     Value m_result;
@@ -158,23 +176,85 @@ private:
 
 }
 
-Value readJson(std::string_view bytes, const JsonReadOptions& options)
+class JsonStreamReader::Parser : public boost::json::basic_parser<ValueBuilder> {
+public:
+    Parser(const boost::json::parse_options& options, JsonListReceiver* receiver)
+        : basic_parser(options, receiver)
+    {
+    }
+};
+
+JsonStreamReader::JsonStreamReader(const JsonReadOptions& options, JsonListReceiver* receiver)
+    : m_options(options)
 {
-    std::string transcoded;
-    const std::string_view text = jsonTextAsUtf8(bytes, transcoded);
     boost::json::parse_options parseOptions;
     parseOptions.max_depth = options.maxDepth;
-    boost::json::basic_parser<ValueBuilder> parser(parseOptions);
+    m_parser = std::make_unique<Parser>(parseOptions, receiver);
+}
+
+JsonStreamReader::~JsonStreamReader() = default;
+
+void JsonStreamReader::write(std::string_view bytes)
+{
+    if (m_holdAll) {
+        m_held += bytes;
+        return;
+    }
+    if (m_encodingKnown) {
+        parse(bytes, true);
+        return;
+    }
+    // The encoding shows in the first four bytes.
+    if (m_held.empty() && bytes.size() >= 4) {
+        start(bytes);
+        return;
+    }
+    m_held += bytes;
+    if (m_held.size() >= 4)
+        start(std::exchange(m_held, {}));
+}
+
+void JsonStreamReader::start(std::string_view bytes)
+{
+    m_encodingKnown = true;
+    if (const auto mark = utf8MarkLength(bytes)) {
+        parse(bytes.substr(*mark), true);
+        return;
+    }
+    m_holdAll = true;
+    m_held = bytes;
+}
+
+void JsonStreamReader::parse(std::string_view text, bool more)
+{
     error_code error;
-    const std::size_t used = parser.write_some(false, text.data(), text.size(), error);
+    const std::size_t used = m_parser->write_some(more, text.empty() ? "" : text.data(), text.size(), error);
     if (!error && used < text.size())
         error = boost::json::error::extra_data;
     if (error)
         throw JsonError("The data couldn't be read because it isn't in the correct format. (" + error.message() + ")");
-    Value value = parser.handler().take();
-    if (!options.allowFragments && !value.isDictionary() && !value.isArray())
+}
+
+Value JsonStreamReader::finish()
+{
+    if (m_encodingKnown && !m_holdAll) {
+        parse({}, false);
+    } else {
+        std::string transcoded;
+        parse(jsonTextAsUtf8(m_held, transcoded), false);
+        m_held = {};
+    }
+    Value value = m_parser->handler().take();
+    if (!m_options.allowFragments && !value.isDictionary() && !value.isArray())
         throw JsonError("JSON text did not start with array or object and option to allow fragments not set.");
     return value;
+}
+
+Value readJson(std::string_view bytes, const JsonReadOptions& options)
+{
+    JsonStreamReader reader(options);
+    reader.write(bytes);
+    return reader.finish();
 }
 
 // ---------------------------------------------------------------- Writing

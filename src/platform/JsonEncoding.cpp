@@ -116,6 +116,14 @@ namespace {
 
 }
 
+std::optional<std::size_t> utf8MarkLength(std::string_view start)
+{
+    const Detected detected = detect(start);
+    if (detected.encoding != Encoding::Utf8)
+        return std::nullopt;
+    return detected.markLength;
+}
+
 std::string_view jsonTextAsUtf8(std::string_view bytes, std::string& storage)
 {
     const Detected detected = detect(bytes);

@@ -511,28 +511,133 @@ void PreferenceDatabase::loadLayout()
     m_snapshot = std::move(snapshot);
 }
 
+namespace {
+
+// How much of the former JSON file is read at a time.
+constexpr std::size_t importPieceSize = 64 * 1024;
+
+// Writes the elements of the lists of an imported domain as their rows as the reader hands them over, numbered as a
+// list written afresh is, and keeps their `ord`s.
+class ImportedRows : public PreferenceListReceiver {
+public:
+    explicit ImportedRows(sqlite3* db)
+        : m_put(db, "INSERT INTO list_rows(key, ord, value) VALUES (?, ?, ?)")
+        , m_dropList(db, "DELETE FROM list_rows WHERE key = ?")
+    {
+    }
+
+    void beginList(std::optional<std::string_view> key) override
+    {
+        // A top-level list is no domain: the import fails once it is read, and nothing of it is written.
+        m_list = nullptr;
+        if (!key)
+            return;
+        m_key = *key;
+        dropList(m_key);
+        m_list = &ords[m_key];
+    }
+
+    void element(const Value& element) override
+    {
+        if (!m_list)
+            return;
+        const std::int64_t ord = ordSpacing * static_cast<std::int64_t>(m_list->size() + 1);
+        m_put.bind(1, m_key).bind(2, ord).bind(3, valueText(element)).run();
+        m_list->push_back(ord);
+    }
+
+    // Removes the rows of a list that turned out not to be one of the domain's lists after all.
+    void dropList(const std::string& key)
+    {
+        m_dropList.bind(1, key).run();
+        ords.erase(key);
+    }
+
+    std::map<std::string, std::vector<std::int64_t>, std::less<>> ords;
+
+private:
+    Statement m_put;
+    Statement m_dropList;
+    std::string m_key;
+    std::vector<std::int64_t>* m_list = nullptr;
+};
+
+}
+
 void PreferenceDatabase::importLegacyJson()
 {
-    std::optional<Value> domain;
+    // Whatever stops the import, nothing was imported: a database that this import created goes again, so that the
+    // folder is as it was and the file is imported once it can be (repaired, or with room to write).
+    const bool hadDatabase = std::filesystem::exists(m_file);
+    const auto forgetCreatedDatabase = [&] {
+        if (hadDatabase)
+            return;
+        close();
+        for (const char* suffix : { "", "-wal", "-shm" })
+            std::remove((m_file.string() + suffix).c_str());
+    };
     try {
-        domain = readPreferenceJson(readWholeFile(m_legacyJson).bytes);
-        if (!domain->isDictionary())
-            throw JsonError("it holds " + std::string(domain->className()) + " instead of a dictionary");
+        try {
+            transact([&] { importInTransaction(); });
+            moveImportedFileAside();
+        } catch (const PreferenceDatabaseError& error) {
+            forgetCreatedDatabase();
+            // The file stays where it is, so that nothing is lost; the domain is read from it, whole, until an
+            // import succeeds.
+            Value domain = legacyDomain(readPreferenceJson(readWholeFile(m_legacyJson).bytes));
+            log("Could not import preference domain file %@ into %@: %@", m_legacyJson.string(), m_file.string(),
+                error.what());
+            m_snapshot = Snapshot();
+            m_snapshot.unimported = std::move(domain);
+        }
     } catch (const std::exception& error) {
+        forgetCreatedDatabase();
+        m_snapshot = Snapshot();
         const auto aside = m_legacyJson.string() + ".invalid";
         std::rename(m_legacyJson.c_str(), aside.c_str());
         log("Preference domain file %@ is not valid and was moved to %@ without being imported: %@",
             m_legacyJson.string(), aside, error.what());
-        return;
     }
-    try {
-        write(*domain);
-    } catch (const PreferenceDatabaseError& error) {
-        // The file stays where it is, so that nothing is lost; the domain is read from it until an import succeeds.
-        log("Could not import preference domain file %@ into %@: %@", m_legacyJson.string(), m_file.string(),
-            error.what());
-        m_snapshot = Snapshot();
-        m_snapshot.unimported = std::move(domain);
+}
+
+Value PreferenceDatabase::legacyDomain(Value document)
+{
+    if (!document.isDictionary())
+        throw JsonError("it holds " + std::string(document.className()) + " instead of a dictionary");
+    return document;
+}
+
+// Stores the former JSON file's domain as write() would store it, reading the file piece by piece: the elements of
+// its lists are written as their rows as they are read, so that at no time is the domain held whole. A file that
+// turns out not to be valid, even at its very end, raises JsonError and the transaction stores nothing.
+void PreferenceDatabase::importInTransaction()
+{
+    // The domain is stored afresh, whatever the database held.
+    execute(m_db, "DELETE FROM list_rows; DELETE FROM domain_keys");
+    const std::int64_t dataVersion = m_snapshot.dataVersion;
+    m_snapshot = Snapshot();
+    m_snapshot.dataVersion = dataVersion;
+
+    ImportedRows rows(m_db);
+    PreferenceStreamReader reader(rows);
+    readFileInPieces(m_legacyJson, importPieceSize, [&](std::string_view piece) { reader.write(piece); });
+    StreamedPreferences document = reader.finish();
+    const Value domain = legacyDomain(std::move(document.value));
+    // Rows of a list that a later member of the same name replaced by something else, or of any list when the
+    // domain was wrapped in a tag (its lists are then in `domain` and written below).
+    std::vector<std::string> replaced;
+    for (const auto& [key, ords] : rows.ords) {
+        const Value* now = domain.find(key);
+        if (!document.listsStreamed || !now || !now->isArray())
+            replaced.push_back(key);
+    }
+    for (const std::string& key : replaced)
+        rows.dropList(key);
+    // The keys and the values that are not lists; each list read row by row stands as an empty one there.
+    writeInTransaction(domain);
+    for (auto& [key, ords] : rows.ords) {
+        m_rowsWritten += ords.size();
+        m_snapshot.ords[key] = std::move(ords);
     }
 }
 
@@ -570,7 +675,12 @@ void PreferenceDatabase::transact(const std::function<void()>& store)
 void PreferenceDatabase::write(const Value& domain)
 {
     transact([&] { writeInTransaction(domain); });
-    // The domain is in the database now; the former file must not be imported over it later.
+    moveImportedFileAside();
+}
+
+// The domain is in the database now; the former file must not be imported over it later.
+void PreferenceDatabase::moveImportedFileAside()
+{
     if (std::filesystem::exists(m_legacyJson)) {
         const auto aside = m_legacyJson.string() + ".imported";
         if (std::rename(m_legacyJson.c_str(), aside.c_str()) == 0)

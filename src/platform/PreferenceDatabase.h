@@ -22,8 +22,8 @@
 //
 // A database that is not one, or is corrupt, is logged once, moved aside (its name gets ".corrupt-<time>") and the
 // domain reads as absent; the next store starts a new database. When the database does not exist yet and the
-// domain's former JSON file does, the file is imported in the first store's transaction and then renamed to
-// "<name>.json.imported".
+// domain's former JSON file does, the first read imports the file in one transaction, reading it a piece at a time
+// and writing each element of its lists as its row as it is read, and then renames it to "<name>.json.imported".
 //
 // Not thread-safe: UserDefaults serialises the calls.
 
@@ -168,7 +168,13 @@ private:
     // The domain as stored, its lists parsed from their rows; the list under `replacedKey`, when given, is `list`
     // instead (inside a transaction).
     Value domainInTransaction(std::string_view replacedKey = {}, const Value* list = nullptr);
+    // Imports the domain's former JSON file into the database that does not exist yet; logs and moves the file aside
+    // when it is not valid, and keeps its domain in m_snapshot.unimported when the database cannot be written.
     void importLegacyJson();
+    void importInTransaction();
+    // `document`, a domain file's content; raises JsonError when it is not a dictionary.
+    static Value legacyDomain(Value document);
+    void moveImportedFileAside();
     // Runs `store` in one write transaction on a snapshot that is current. A damaged database is moved aside and
     // `store` run once more on a new one.
     void transact(const std::function<void()>& store);

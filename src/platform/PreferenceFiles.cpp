@@ -250,18 +250,40 @@ std::optional<FileIdentity> identityOf(const std::filesystem::path& path, int& e
     return FileIdentity::of(status);
 }
 
-FileContents readWholeFile(const std::filesystem::path& path)
+namespace {
+
+// Opens a regular file to be read. Non-blocking, so that a pipe put in the folder cannot hang the reader: it is
+// refused.
+Descriptor openRegularFile(const std::filesystem::path& path, struct stat& status)
 {
-    // Non-blocking, so that a pipe put in the folder cannot hang the reader; it is refused below.
     Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file)
         raiseErrno(errno, "Cannot open " + path.string());
-    struct stat status {};
     if (::fstat(file.get(), &status) != 0)
         raiseErrno(errno, "Cannot stat " + path.string());
     if (!S_ISREG(status.st_mode))
         raiseErrno(S_ISDIR(status.st_mode) ? EISDIR : EINVAL, "Not a regular file: " + path.string());
+    return file;
+}
 
+// Reads into `buffer` from `used` on; the number of bytes read, 0 at the end of the file.
+std::size_t readSome(const Descriptor& file, const std::filesystem::path& path, std::string& buffer, std::size_t used)
+{
+    for (;;) {
+        const ssize_t got = ::read(file.get(), buffer.data() + used, buffer.size() - used);
+        if (got >= 0)
+            return static_cast<std::size_t>(got);
+        if (errno != EINTR)
+            raiseErrno(errno, "Cannot read " + path.string());
+    }
+}
+
+}
+
+FileContents readWholeFile(const std::filesystem::path& path)
+{
+    struct stat status {};
+    const Descriptor file = openRegularFile(path, status);
     FileContents contents { FileIdentity::of(status), {} };
     // One byte more than the size, so that the end of the file is normally found without growing the buffer.
     contents.bytes.resize(static_cast<std::size_t>(status.st_size) + 1);
@@ -269,18 +291,23 @@ FileContents readWholeFile(const std::filesystem::path& path)
     for (;;) {
         if (used == contents.bytes.size())
             contents.bytes.resize(contents.bytes.size() * 2);
-        const ssize_t got = ::read(file.get(), contents.bytes.data() + used, contents.bytes.size() - used);
-        if (got < 0) {
-            if (errno == EINTR)
-                continue;
-            raiseErrno(errno, "Cannot read " + path.string());
-        }
+        const std::size_t got = readSome(file, path, contents.bytes, used);
         if (got == 0)
             break;
-        used += static_cast<std::size_t>(got);
+        used += got;
     }
     contents.bytes.resize(used);
     return contents;
+}
+
+void readFileInPieces(const std::filesystem::path& path, std::size_t pieceSize,
+    const std::function<void(std::string_view)>& piece)
+{
+    struct stat status {};
+    const Descriptor file = openRegularFile(path, status);
+    std::string buffer(pieceSize, '\0');
+    while (const std::size_t got = readSome(file, path, buffer, 0))
+        piece(std::string_view(buffer).substr(0, got));
 }
 
 void replaceFileAtomically(const std::filesystem::path& folder, const std::string& name, std::string_view contents)

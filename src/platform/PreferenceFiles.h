@@ -6,6 +6,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -61,6 +62,11 @@ struct FileContents {
 
 // Reads a whole file. Raises std::system_error.
 FileContents readWholeFile(const std::filesystem::path& path);
+
+// Reads a file piece by piece, each piece of at most `pieceSize` bytes to `piece` in order, so that a large file costs
+// one piece of memory. Raises std::system_error, and whatever `piece` raises.
+void readFileInPieces(const std::filesystem::path& path, std::size_t pieceSize,
+    const std::function<void(std::string_view)>& piece);
 
 // Replaces `folder`/`name` by a file holding `contents`: a temporary file in the same folder (created 0600), written
 // and fsync'ed, renamed over the old file, then the folder fsync'ed. Creates the folder and its missing parents with

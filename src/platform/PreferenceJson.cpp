@@ -93,17 +93,81 @@ std::optional<Value> fromTaggedForm(const Value& value)
 
 }
 
-// A top-level tag stands for a date or data, which are fragments.
 static bool isContainer(const Value& value) { return value.isArray() || value.isDictionary(); }
+
+// A top-level tag stands for a date or data, which are fragments.
+static void requireContainer(const Value& value, const JsonReadOptions& options)
+{
+    if (!options.allowFragments && !isContainer(value))
+        throw JsonError("JSON text did not start with array or object and option to allow fragments not set.");
+}
 
 Value readPreferenceJson(std::string_view text, const JsonReadOptions& options)
 {
     Value value = readJson(text, options);
     if (auto untagged = fromTaggedForm(value))
         value = std::move(*untagged);
-    if (!options.allowFragments && !isContainer(value))
-        throw JsonError("JSON text did not start with array or object and option to allow fragments not set.");
+    requireContainer(value, options);
     return value;
+}
+
+PreferenceStreamReader::PreferenceStreamReader(PreferenceListReceiver& receiver, const JsonReadOptions& options)
+    : m_receiver(receiver)
+    , m_options(options)
+    , m_json(options, this)
+{
+}
+
+void PreferenceStreamReader::beginList(std::optional<std::string_view> key)
+{
+    m_listKey = key;
+    m_errors.erase(m_listKey);
+    m_receiver.beginList(key);
+}
+
+void PreferenceStreamReader::element(Value element)
+{
+    if (m_errors.contains(m_listKey))
+        return;
+    try {
+        auto untagged = fromTaggedForm(element);
+        m_receiver.element(untagged ? *untagged : element);
+    } catch (const JsonError&) {
+        m_errors.emplace(m_listKey, std::current_exception());
+    }
+}
+
+StreamedPreferences PreferenceStreamReader::finish()
+{
+    StreamedPreferences document { m_json.finish(), true };
+    Value& value = document.value;
+    const auto raiseErrorOf = [&](const std::optional<std::string>& key) {
+        if (const auto error = m_errors.find(key); error != m_errors.end())
+            std::rethrow_exception(error->second);
+    };
+    if (hasTagShape(value)) {
+        // Read as the tag it is; a list cannot be the content of any tag.
+        document.listsStreamed = false;
+        value = fromTaggedForm(value).value_or(value);
+    } else if (value.isDictionary()) {
+        // The members in their order, as the whole reader reads their tags: the first malformed one raises.
+        std::optional<Value> untagged;
+        for (const auto& [key, member] : value.entries()) {
+            if (member.isArray()) {
+                raiseErrorOf(key);
+            } else if (auto replacement = fromTaggedForm(member)) {
+                if (!untagged)
+                    untagged = value;
+                untagged->setObject(std::move(*replacement), key);
+            }
+        }
+        if (untagged)
+            value = std::move(*untagged);
+    } else if (value.isArray()) {
+        raiseErrorOf(std::nullopt);
+    }
+    requireContainer(value, m_options);
+    return document;
 }
 
 std::string writePreferenceJson(const Value& value, const JsonWriteOptions& options)

@@ -15,6 +15,9 @@
 #include "platform/Json.h"
 #include "platform/Value.h"
 
+#include <exception>
+#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,5 +29,53 @@ Value readPreferenceJson(std::string_view text, const JsonReadOptions& options =
 // Raises JsonError when the value holds something no JSON can carry (a real that is not finite, text that is not
 // UTF-8), or is not a dictionary or array and fragments are not allowed.
 std::string writePreferenceJson(const Value& value, const JsonWriteOptions& options = {});
+
+// Receives the elements of the lists at the top of a preference document that a PreferenceStreamReader reads, each as
+// the value it stands for (its tags read).
+class PreferenceListReceiver {
+public:
+    // A list begins: the member of the top-level dictionary named `key`, or the top-level list (no key). A key that
+    // comes again begins its list again: its earlier elements are to be forgotten.
+    virtual void beginList(std::optional<std::string_view> key) = 0;
+    virtual void element(const Value& element) = 0;
+
+protected:
+    ~PreferenceListReceiver() = default;
+};
+
+// A preference document as PreferenceStreamReader::finish() gives it.
+struct StreamedPreferences {
+    // What readPreferenceJson gives for the whole text, except that when `listsStreamed`, each list at its top stands
+    // as an empty list: its elements went to the receiver. Otherwise (the document was a "$dictionary" tag) the value
+    // holds its lists itself and what the receiver got is to be forgotten.
+    Value value;
+    bool listsStreamed = true;
+};
+
+// Reads a preference document given in pieces, as readPreferenceJson reads it whole, with the same result and the
+// same error, but hands the elements of the lists at its top to `receiver` as they are read (JsonStreamReader), so
+// that a domain whose bulk is one list is read in memory for one element. An element whose tag is malformed is not
+// handed over; its error is raised at the end unless a later member of the same name replaced its list, as the
+// whole reader would.
+class PreferenceStreamReader : private JsonListReceiver {
+public:
+    explicit PreferenceStreamReader(PreferenceListReceiver& receiver, const JsonReadOptions& options = {});
+
+    // Raises JsonError when the text so far is not JSON, and whatever the receiver raises.
+    void write(std::string_view bytes) { m_json.write(bytes); }
+    StreamedPreferences finish();
+
+private:
+    void beginList(std::optional<std::string_view> key) override;
+    void element(Value element) override;
+
+    PreferenceListReceiver& m_receiver;
+    JsonReadOptions m_options;
+    JsonStreamReader m_json;
+    // The key of the list being read; absent for the top-level list.
+    std::optional<std::string> m_listKey;
+    // The error of the first malformed tag in each list that has one.
+    std::map<std::optional<std::string>, std::exception_ptr> m_errors;
+};
 
 }

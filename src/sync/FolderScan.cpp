@@ -60,37 +60,52 @@ std::optional<std::uint64_t> parseFileNumberText(std::string_view text)
 FolderScan FolderScan::walk(const std::string& base)
 {
     FolderScan scan;
-    return fromItems(base, platform::FileManager::subpathsAtPath(base));
+    scan.m_base = base;
+    platform::FileManager::visitSubpaths(
+        base,
+        [&scan](std::string_view relativePath, const std::optional<platform::FileAttributes>& attributes) {
+            scan.add(relativePath, attributes);
+        },
+        [&scan](std::size_t items) {
+            scan.m_attributes.reserve(items);
+            scan.m_pathEnds.reserve(items);
+        });
+    return scan;
 }
 
 FolderScan FolderScan::fromItems(const std::string& base, std::vector<platform::DirectoryItem> items)
 {
     FolderScan scan;
     scan.m_base = base;
-    std::erase_if(items, [&base](const platform::DirectoryItem& item) {
-        if (hasIllegalCharacters(item.path)) {
-            platform::log("This string contains illegal characters");
-            status::nameSkipped(base + "/" + item.path);
-            return true;
-        }
-        if (lastComponent(item.path) == ".DS_Store")
-            return true;
-        if (!item.attributes)
-            raiseMissingValue(keys::baseSystemFileID);
-        return false;
-    });
-    scan.m_items = std::move(items);
+    for (const auto& item : items)
+        scan.add(item.path, item.attributes);
     return scan;
+}
+
+void FolderScan::add(std::string_view relativePath, const std::optional<platform::FileAttributes>& attributes)
+{
+    if (hasIllegalCharacters(relativePath)) {
+        platform::log("This string contains illegal characters");
+        status::nameSkipped(m_base + "/" + std::string(relativePath));
+        return;
+    }
+    if (lastComponent(relativePath) == ".DS_Store")
+        return;
+    if (!attributes)
+        raiseMissingValue(keys::baseSystemFileID);
+    m_paths += relativePath;
+    m_pathEnds.push_back(m_paths.size());
+    m_attributes.push_back(*attributes);
 }
 
 const FolderScan::FirstIndexes& FolderScan::firstIndexes() const
 {
     if (!m_firstIndexes) {
         FirstIndexes& indexes = m_firstIndexes.emplace();
-        indexes.ofItem.reserve(m_items.size());
-        indexes.byNumber.reserve(m_items.size());
-        for (std::size_t index = 0; index < m_items.size(); ++index) {
-            auto first = indexes.byNumber.try_emplace(m_items[index].attributes->fileNumber,
+        indexes.ofItem.reserve(count());
+        indexes.byNumber.reserve(count());
+        for (std::size_t index = 0; index < count(); ++index) {
+            auto first = indexes.byNumber.try_emplace(m_attributes[index].fileNumber,
                 static_cast<std::uint32_t>(index));
             indexes.ofItem.push_back(first.first->second);
         }
@@ -100,14 +115,14 @@ const FolderScan::FirstIndexes& FolderScan::firstIndexes() const
 
 void FolderScan::checkIndex(std::size_t index) const
 {
-    if (index >= m_items.size())
-        raiseIndexBeyondBounds(index, m_items.size());
+    if (index >= count())
+        raiseIndexBeyondBounds(index, count());
 }
 
 const platform::FileAttributes& FolderScan::attributesAt(std::size_t index) const
 {
     checkIndex(index);
-    return *m_items[index].attributes;
+    return m_attributes[index];
 }
 
 std::string FolderScan::pathAt(std::size_t index) const
@@ -122,13 +137,14 @@ void FolderScan::writePathAt(std::size_t index, std::string& path) const
     checkIndex(index);
     path.assign(m_base);
     path += '/';
-    path += m_items[index].path;
+    path += relativePathAt(index);
 }
 
 std::string_view FolderScan::relativePathAt(std::size_t index) const
 {
     checkIndex(index);
-    return m_items[index].path;
+    const std::size_t start = index == 0 ? 0 : m_pathEnds[index - 1];
+    return std::string_view(m_paths).substr(start, m_pathEnds[index] - start);
 }
 
 std::size_t FolderScan::firstIndexAt(std::size_t index) const
@@ -149,10 +165,10 @@ std::optional<std::size_t> FolderScan::firstIndexOf(std::uint64_t fileNumber) co
 Value FolderScan::walkRecords() const
 {
     platform::Array records;
-    records.reserve(m_items.size());
-    for (std::size_t index = 0; index < m_items.size(); ++index) {
+    records.reserve(count());
+    for (std::size_t index = 0; index < count(); ++index) {
         records.push_back(Value::dictionary({
-            { std::string(keys::baseSystemFileID), Value(fileNumberText(m_items[index].attributes->fileNumber)) },
+            { std::string(keys::baseSystemFileID), Value(fileNumberText(m_attributes[index].fileNumber)) },
             { std::string(keys::baseSystemFilePath), Value(pathAt(index)) },
             { std::string(keys::remove), Value("1") },
         }));

@@ -39,7 +39,7 @@ public:
     // The same over the items of an enumeration of `base`, in their order.
     static FolderScan fromItems(const std::string& base, std::vector<platform::DirectoryItem> items);
 
-    std::size_t count() const { return m_items.size(); }
+    std::size_t count() const { return m_attributes.size(); }
     // Item `index`, which must be below count() (NSRangeException otherwise).
     const platform::FileAttributes& attributesAt(std::size_t index) const;
     // The item's full path: the base, "/", and its path below the base.
@@ -58,6 +58,9 @@ public:
     platform::Value walkRecords() const;
 
 private:
+    // Keeps the item the walk lists at `relativePath`, or leaves it out (an illegal character, ".DS_Store"), or
+    // raises (no attributes).
+    void add(std::string_view relativePath, const std::optional<platform::FileAttributes>& attributes);
     void checkIndex(std::size_t index) const;
 
     // Which item comes first with each file number. Made the first time it is asked for: a guarded pass pairs items
@@ -70,8 +73,12 @@ private:
     const FirstIndexes& firstIndexes() const;
 
     std::string m_base;
-    // The items kept, each with its attributes; paths relative to m_base.
-    std::vector<platform::DirectoryItem> m_items;
+    // The items kept: the attributes of each, and their paths relative to m_base one after the other in m_paths,
+    // item i's ending at m_pathEnds[i]. A pass keeps its walk until the next one; as one string per item it cost
+    // about twice as much.
+    std::vector<platform::FileAttributes> m_attributes;
+    std::string m_paths;
+    std::vector<std::size_t> m_pathEnds;
     mutable std::optional<FirstIndexes> m_firstIndexes;
 };
 

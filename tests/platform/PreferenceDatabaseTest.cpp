@@ -12,6 +12,7 @@
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <csignal>
 #include <functional>
@@ -76,6 +77,18 @@ int storedTableSurvivesAChild(const TempDir& folder, const std::function<int()>&
     return WEXITSTATUS(status);
 }
 
+// Makes `folder` read-only for this process, which is a child meant for it: a read-only bind mount in a mount
+// namespace of its own (permissions do not bind root), or the folder's permissions. False when neither can be had.
+bool makeReadOnly(const TempDir& folder)
+{
+    const std::string path = folder.string();
+    const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
+        && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+        && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
+        && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
+    return mounted || (::geteuid() != 0 && ::chmod(path.c_str(), 0500) == 0);
+}
+
 // True when a line starting with "Could not write preference domain" is logged while the object lives.
 class WriteFailureLine {
 public:
@@ -91,6 +104,63 @@ public:
 private:
     bool m_logged = false;
 };
+
+std::filesystem::path legacyFileIn(const TempDir& folder)
+{
+    return folder / (std::string(serviceDomain) + ".json");
+}
+
+// Every row of the database's tables in order, as text: equal dumps are equal databases.
+std::string dumpOf(const std::filesystem::path& file)
+{
+    sqlite3* db = nullptr;
+    std::string dump;
+    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
+        return "cannot open " + file.string();
+    for (const char* query : { "SELECT id, present FROM domain_state ORDER BY id",
+             "SELECT position, key, quote(value) FROM domain_keys ORDER BY position",
+             "SELECT key, ord, value FROM list_rows ORDER BY key, ord" }) {
+        sqlite3_stmt* statement = nullptr;
+        sqlite3_prepare_v2(db, query, -1, &statement, nullptr);
+        while (sqlite3_step(statement) == SQLITE_ROW) {
+            for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+                const auto* text = sqlite3_column_text(statement, column);
+                dump += text ? reinterpret_cast<const char*>(text) : "NULL";
+                dump += '|';
+            }
+            dump += '\n';
+        }
+        sqlite3_finalize(statement);
+        dump += "--\n";
+    }
+    sqlite3_close(db);
+    return dump;
+}
+
+// A domain file whose table of `count` records takes many of the pieces the import reads at a time, with text that
+// needs escapes, UTF-8 of every length, written raw and escaped, and tagged dates and data. `end` closes it.
+std::string legacyTableText(int count, const std::string& end = "]}")
+{
+    std::string text = R"({"FileWatchedDataKey":[)";
+    for (int i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        text += (i ? "," : "") + std::string(R"({"FileIDKey":")") + number
+            + R"(","BaseSystemFilePathKey":"/home/ann/Korbanhold/é€😀 \u00e9\ud83d\ude00\/\"q\"\\\n\t\u0001 )" + number
+            + R"(","when":{"$date":1700000000.25},"bytes":{"$data":"AAEC"},"size":)" + number + "}";
+    }
+    return text + end;
+}
+
+// What the whole-file reader makes of a domain file: nothing when it is a domain, else the reason it is not one.
+std::string reasonTheWholeReaderGives(const std::string& text)
+{
+    try {
+        const Value domain = platform::readPreferenceJson(text);
+        return domain.isDictionary() ? "" : "it holds " + std::string(domain.className()) + " instead of a dictionary";
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+}
 
 bool anyLineContains(const LogCapture& log, const std::string& text)
 {
@@ -307,6 +377,126 @@ TEST(PreferenceDatabase, TheFormerJsonFileIsImportedOnceAndMovedAside)
         (std::vector<std::string> { "FileWatchedDataKey", "other" }));
 }
 
+TEST(PreferenceDatabase, TheFormerJsonFileImportedPieceByPieceStoresWhatAStoreOfItsWholeDomainStores)
+{
+    std::string utf16;
+    for (const char c : std::string(R"({"L":["a",{"$date":2}],"s":"b"})"))
+        utf16 += { c, '\0' };
+    const std::vector<std::string> files {
+        legacyTableText(2000, R"(],"other":1,"empty":[],"nested":{"k":[1,{"$data":"AAE="}]}})"),
+        // A repeated key keeps its first place and its last value, whatever the kinds.
+        R"({"T":[1,2,3],"s":"a","T":[4],"U":[5],"s":{"k":[6]},"U":7,"V":8,"V":[9,10]})",
+        // A dictionary wrapped in a tag, holding a list and a member named like a tag.
+        R"({"$dictionary":{"$date":[1,2],"L":[{"$data":"AAE="}]}})",
+        R"({"$dictionary":[1],"$dictionary":{"a":[2]}})",
+        "\xEF\xBB\xBF" R"({"L":["é"]})",
+        utf16,
+        "{}",
+    };
+    for (const std::string& text : files) {
+        SCOPED_TRACE(text.substr(0, 80));
+        TempDir imported;
+        writeFile(legacyFileIn(imported), text);
+        PreferenceDatabase importer(databaseIn(imported), legacyFileIn(imported));
+        const auto domain = importer.read();
+
+        TempDir stored;
+        const Value whole = platform::readPreferenceJson(text);
+        PreferenceDatabase(databaseIn(stored), legacyFileIn(stored)).write(whole);
+
+        EXPECT_EQ(dumpOf(databaseIn(imported)), dumpOf(databaseIn(stored)));
+        ASSERT_TRUE(domain);
+        EXPECT_EQ(domain->description(), whole.description());
+        EXPECT_EQ(PreferenceDatabase(databaseIn(imported), {}).read()->description(), whole.description());
+        EXPECT_FALSE(std::filesystem::exists(legacyFileIn(imported)));
+        EXPECT_TRUE(std::filesystem::exists(legacyFileIn(imported).string() + ".imported"));
+    }
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatIsNotValidEvenAtItsEndImportsNothingAndIsMovedAside)
+{
+    const std::vector<std::string> files {
+        legacyTableText(2000, "]"), // cut short
+        legacyTableText(2000, "]} x"),
+        legacyTableText(2000, R"(,{"$date":"not a number"}]})"),
+        legacyTableText(2000, R"(],"FileWatchedDataKey":[{"$data":"not Base64"}]})"),
+        "[" + legacyTableText(2000, "]}") + "]",
+        R"({"$date":[1]})",
+        R"({"$date":1})",
+        R"("a string")",
+        "",
+    };
+    for (const std::string& text : files) {
+        SCOPED_TRACE(text.substr(text.size() > 80 ? text.size() - 80 : 0));
+        TempDir folder;
+        const auto json = legacyFileIn(folder);
+        writeFile(json, text);
+        LogCapture log;
+        EXPECT_FALSE(PreferenceDatabase(databaseIn(folder), json).read());
+        EXPECT_TRUE(log.contains("Preference domain file " + json.string() + " is not valid and was moved to "
+            + json.string() + ".invalid without being imported: " + reasonTheWholeReaderGives(text)))
+            << testing::PrintToString(log.lines());
+        EXPECT_FALSE(std::filesystem::exists(json));
+        EXPECT_TRUE(std::filesystem::exists(json.string() + ".invalid"));
+        // Nothing is left of the import: a repaired file put back is imported.
+        EXPECT_FALSE(std::filesystem::exists(databaseIn(folder)));
+        writeFile(json, R"({"FileWatchedDataKey":[1]})");
+        const auto repaired = PreferenceDatabase(databaseIn(folder), json).read();
+        ASSERT_TRUE(repaired);
+        EXPECT_EQ(*repaired, Value::dictionary({ { "FileWatchedDataKey", Value::array({ Value::integer(1) }) } }));
+    }
+}
+
+// In a child process that `prepare`s where the database cannot be written, the former file's domain is read from it
+// twice, with a log line, and the file stays; back in this process, it is imported. The child's status, 2 when
+// `prepare` could not make the database unwritable.
+int formerFileReadFromItselfInAChild(const TempDir& folder, const std::function<bool()>& prepare)
+{
+    const auto json = legacyFileIn(folder);
+    const std::string text = legacyTableText(2000);
+    writeFile(json, text);
+    const Value whole = platform::readPreferenceJson(text);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (!prepare())
+            ::_exit(2);
+        LogCapture log;
+        PreferenceDatabase database(databaseIn(folder), json);
+        const auto first = database.read();
+        const auto second = database.read();
+        const bool logged = log.countStartingWith("Could not import preference domain file " + json.string()) == 2;
+        ::_exit(first == whole && second == whole && logged && std::filesystem::exists(json) ? 0 : 1);
+    }
+    int status = 0;
+    if (::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        return -1;
+    ::chmod(folder.string().c_str(), 0700);
+    const auto domain = PreferenceDatabase(databaseIn(folder), json).read();
+    EXPECT_TRUE(domain == whole);
+    EXPECT_FALSE(std::filesystem::exists(json));
+    return WEXITSTATUS(status);
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedOnAFullDiskStaysAndItsDomainIsReadFromIt)
+{
+    TempDir folder;
+    // Files cannot grow past 64 KiB: the import fails once its rows pass that size.
+    EXPECT_EQ(formerFileReadFromItselfInAChild(folder, [] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit { 64 * 1024, 64 * 1024 };
+        return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    }), 0);
+}
+
+TEST(PreferenceDatabase, AFormerJsonFileThatCannotBeImportedInAReadOnlyFolderStaysAndItsDomainIsReadFromIt)
+{
+    TempDir folder;
+    const int status = formerFileReadFromItselfInAChild(folder, [&] { return makeReadOnly(folder); });
+    if (status == 2)
+        GTEST_SKIP() << "no mount namespace here, and permissions do not bind root";
+    EXPECT_EQ(status, 0);
+}
+
 TEST(PreferenceDatabase, AFileThatIsNotADatabaseIsLoggedMovedAsideAndReadsAsAbsent)
 {
     TempDir folder;
@@ -339,15 +529,8 @@ TEST(PreferenceDatabase, ATruncatedDatabaseIsLoggedMovedAsideAndReadsAsAbsent)
 TEST(PreferenceDatabase, AReadOnlyFolderKeepsTheStoredTableReadableAndFailsTheStoreWithALine)
 {
     TempDir folder;
-    // In a child process, the folder becomes read-only: a read-only bind mount in a mount namespace of its own
-    // (permissions do not bind root), or its permissions.
     const int status = storedTableSurvivesAChild(folder, [&] {
-        const std::string path = folder.string();
-        const bool mounted = ::geteuid() == 0 && ::unshare(CLONE_NEWNS) == 0
-            && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
-            && ::mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr) == 0
-            && ::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0;
-        if (!mounted && (::geteuid() == 0 || ::chmod(path.c_str(), 0500) != 0))
+        if (!makeReadOnly(folder))
             return 2; // nothing would be read-only here
         WriteFailureLine line;
         UserDefaults store(serviceDomain, folder.path());
