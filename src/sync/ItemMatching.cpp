@@ -4,6 +4,7 @@
 
 #include <boost/unordered/unordered_flat_map.hpp>
 
+#include <algorithm>
 #include <string_view>
 
 namespace engine {
@@ -68,15 +69,18 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTabl
 {
     const std::vector<TableEntry>& entries = table.entries;
     // Walked paths are the base, "/" and a path below it, so an entry's path equals one exactly when it starts with
-    // the base and "/" and the rest equals the path below. Entries are keyed by that rest, and walked items by their
-    // path below the base as the walk holds it, with no copy of each full path; an entry elsewhere is never paired
-    // by its path.
+    // the base and "/" and the rest equals the path below. Entries are compared by that rest, and walked items by
+    // their path below the base as the walk holds it, with no copy of each full path; an entry elsewhere is never
+    // paired by its path.
     const std::string prefix = scan.base() + "/";
-    EntryChains<std::string_view> entriesByPath(entries.size());
+    auto relativePathOf = [&](std::uint32_t entry) -> std::optional<std::string_view> {
+        const std::string_view path = table.view(entry).pathText();
+        if (!path.data() || !path.starts_with(prefix))
+            return std::nullopt;
+        return path.substr(prefix.size());
+    };
     EntryChains<std::uint64_t> entriesByNumber(entries.size());
     for (auto entry = static_cast<std::uint32_t>(entries.size()); entry-- > 0;) {
-        if (std::string_view path = table.view(entry).pathText(); path.data() && path.starts_with(prefix))
-            entriesByPath.addInFront(path.substr(prefix.size()), entry);
         if (entries[entry].hasFileNumber)
             entriesByNumber.addInFront(entries[entry].fileNumber, entry);
     }
@@ -112,10 +116,20 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTabl
         return mayBeSameItem(table.view(entry), scan.attributesAt(item));
     };
 
-    pairEach(ItemPairing::InPlace, entriesByPath, pathOf, [&](std::size_t item, std::uint32_t entry) {
-        return entries[entry].hasFileNumber && entries[entry].fileNumber == scan.attributesAt(item).fileNumber;
+    // The entries with the item's file number, in table order, include every entry with its path and number: the
+    // first of those not yet paired is the same entry either way, found without hashing a path. In a pass that finds
+    // nothing changed every item is paired here, and the entries are never keyed by their paths.
+    pairEach(ItemPairing::InPlace, entriesByNumber, numberOf, [&](std::size_t item, std::uint32_t entry) {
+        return relativePathOf(entry) == scan.relativePathAt(item);
     });
-    pairEach(ItemPairing::Replaced, entriesByPath, pathOf, anyEntry);
+    if (std::find(decided.begin(), decided.end(), false) != decided.end()) {
+        EntryChains<std::string_view> entriesByPath(entries.size());
+        for (auto entry = static_cast<std::uint32_t>(entries.size()); entry-- > 0;) {
+            if (auto path = relativePathOf(entry))
+                entriesByPath.addInFront(*path, entry);
+        }
+        pairEach(ItemPairing::Replaced, entriesByPath, pathOf, anyEntry);
+    }
     pairEach(ItemPairing::Moved, entriesByNumber, numberOf, sameKind);
     return matches;
 }
