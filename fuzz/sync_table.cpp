@@ -8,9 +8,11 @@
 #include "platform/PreferenceJson.h"
 #include "sync/ChangeRecords.h"
 #include "sync/RecordKeys.h"
+#include "sync/RefusedChanges.h"
 #include "sync/StoredTableIndex.h"
 #include "sync/WatchedTable.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -18,6 +20,21 @@
 using platform::Value;
 
 namespace {
+
+// The table as stored is its records, none of them marked: what the next pass starts from is what was stored.
+void expectStoredAsTheRecords(const engine::WatchedTable& live)
+{
+    Value records = live.records();
+    if (records.count() != live.count() || live.storedTable()->records.count() != live.count())
+        std::abort();
+    for (std::size_t position = 0; position < live.count(); ++position) {
+        const Value* mark = records.at(position).find(engine::keys::remove);
+        if (mark && *mark == Value("1"))
+            std::abort();
+        if (live.storedTable()->records.record(position).description() != records.at(position).description())
+            std::abort();
+    }
+}
 
 void runTableOperations(engine::StoredRecords stored)
 {
@@ -38,19 +55,26 @@ void runTableOperations(engine::StoredRecords stored)
         live.append(engine::movedAwayRecord(live.at(1), "0", &computerId));
         live.remove(0);
     }
+    // The first records as the refused changes of a report, each undone on the table as its change type says.
+    Value refused = Value::array();
+    for (std::size_t position = 0; position < std::min<std::size_t>(live.count(), 4); ++position)
+        refused.append(live.at(position).record());
+    engine::leaveRefusedChangesUndone(live, refused, {});
     live.removeMarkedEntries([&](const engine::EntryView& entry) { engine::deletedRecord(entry, &computerId); });
     live.rowsStored(2);
-    Value records = live.records();
-    if (records.count() != live.count() || live.storedTable()->records.count() != live.count())
-        std::abort();
-    for (std::size_t position = 0; position < live.count(); ++position) {
-        const Value* mark = records.at(position).find(engine::keys::remove);
-        if (mark && *mark == Value("1"))
-            std::abort();
-        // What the next pass starts from is what was stored.
-        if (live.storedTable()->records.record(position).description() != records.at(position).description())
-            std::abort();
+    expectStoredAsTheRecords(live);
+    // The next pass over the table just stored, with an edit: stored again, it is updated where it lies.
+    live.reload(live.storedTable());
+    for (std::size_t position = 0; position < live.count(); ++position)
+        live.markSeen(position, &computerId);
+    if (live.count() > 0) {
+        Value edited = live.at(live.count() / 2).record();
+        edited.setObject(Value("8"), engine::keys::fileSize);
+        live.replace(live.count() / 2, edited);
+        live.append(engine::movedAwayRecord(live.at(0), "0", &computerId));
     }
+    live.rowsStored(3);
+    expectStoredAsTheRecords(live);
 }
 
 // Every line of `text` as a stored record's text: read into its compact form, it must be exactly what the JSON

@@ -770,6 +770,7 @@ void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint6
         if (!rows[p].isWritersRecord())
             continue;
         const std::string text = valueText(recordAt(p));
+        ++m_elementsEncoded;
         put.bind(1, keyText).bind(2, ords[p]).bind(3, text).run();
         ++m_rowsWritten;
     }
@@ -830,6 +831,7 @@ void PreferenceDatabase::writeInTransaction(const Value& domain)
             texts.reserve(value.count());
             for (const Value& element : value.elements())
                 texts.push_back(valueText(element));
+            m_elementsEncoded += value.count();
             plan = planList(storedTexts, beforeOrds->second, texts);
             if (plan.rewrite)
                 dropList.bind(1, key).run();
@@ -842,6 +844,8 @@ void PreferenceDatabase::writeInTransaction(const Value& domain)
         m_rowsWritten += plan.removed.size() + plan.written.size();
         Statement put(m_db, "INSERT OR REPLACE INTO list_rows(key, ord, value) VALUES (?, ?, ?)");
         for (const std::size_t j : plan.written) {
+            if (texts.empty())
+                ++m_elementsEncoded;
             const std::string text = texts.empty() ? valueText(value.at(j)) : std::move(texts[j]);
             put.bind(1, key).bind(2, plan.ords[j]).bind(3, text).run();
         }

@@ -128,6 +128,9 @@ public:
     std::uint64_t loadCount() const { return m_loadCount; }
     // How many list rows this object has inserted, replaced or deleted.
     std::uint64_t rowsWritten() const { return m_rowsWritten; }
+    // How many list elements this object has encoded to store them: each row a store by rows writes, and every
+    // element of a list stored whole (compared with its stored text, written when it differs).
+    std::uint64_t elementsEncoded() const { return m_elementsEncoded; }
 
 private:
     // One top-level key as stored: its preference JSON text, or absent for a list kept row by row.
@@ -190,6 +193,7 @@ private:
     Snapshot m_snapshot;
     std::uint64_t m_loadCount = 0;
     std::uint64_t m_rowsWritten = 0;
+    std::uint64_t m_elementsEncoded = 0;
 };
 
 }

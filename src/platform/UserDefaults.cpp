@@ -205,11 +205,21 @@ std::uint64_t UserDefaults::parseCount() const
 
 std::uint64_t UserDefaults::rowsWritten() const
 {
+    return sumOverDatabases(&PreferenceDatabase::rowsWritten);
+}
+
+std::uint64_t UserDefaults::elementsEncoded() const
+{
+    return sumOverDatabases(&PreferenceDatabase::elementsEncoded);
+}
+
+std::uint64_t UserDefaults::sumOverDatabases(std::uint64_t (PreferenceDatabase::*count)() const) const
+{
     std::lock_guard lock(m_mutex);
-    std::uint64_t rows = 0;
+    std::uint64_t sum = 0;
     for (const auto& [name, database] : m_databases)
-        rows += database->rowsWritten();
-    return rows;
+        sum += ((*database).*count)();
+    return sum;
 }
 
 void UserDefaults::releaseMemoryOfReplacedDomains()

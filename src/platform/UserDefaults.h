@@ -109,6 +109,9 @@ public:
     std::uint64_t parseCount() const;
     // How many list rows this object has written to its database domains (for tests and measurements).
     std::uint64_t rowsWritten() const;
+    // How many list elements this object has encoded to store them in its database domains (for tests and
+    // measurements): a store by rows encodes the rows it writes, a store of a whole list every element.
+    std::uint64_t elementsEncoded() const;
 
     // Gives the memory of large domains that were replaced since the last call back to the system (malloc_trim),
     // once whoever held their old values has let go of them: the allocator keeps freed memory for later otherwise,
@@ -130,6 +133,8 @@ private:
     std::optional<Value> loadDomain(const std::string& name);
     // The database of `name`, or null when the domain is a JSON file.
     PreferenceDatabase* databaseOf(const std::string& name);
+    // A count of every database domain's, summed.
+    std::uint64_t sumOverDatabases(std::uint64_t (PreferenceDatabase::*count)() const) const;
     // Stores a domain, through its database or as its file; a failure is logged and remembered for synchronize().
     void store(const std::string& name, const Value& domain, const std::string* encoded);
     // Notes that `database` loaded its domain again since `loadsBefore`: when it is large, the trim is worth it.

@@ -9,6 +9,7 @@
 #include "rest/ReplyStatus.h"
 #include "rest/RestInterface.h"
 #include "rest/RestURL.h"
+#include "sync/FolderScan.h"
 #include "sync/RefusedChanges.h"
 #include "sync/ServiceStatus.h"
 #include "sync/RecordKeys.h"
@@ -128,8 +129,13 @@ namespace {
     void copyServerFileIDsOfChanges(
         WatchedTable& table, const std::vector<SyncFilesInTableAndCloudResponseData>& results, const Value& changes)
     {
-        // The changes that name an entry, by their path; the table is walked once for all of them.
-        boost::unordered_flat_map<std::string_view, std::vector<std::size_t>> changesByPath;
+        // The changes that name an entry, by their file number, or by their path for the rare number text that is
+        // no file number; the table is walked once for all of them. An entry's number is read as a number once, so
+        // that the walk reads no entry's texts but those of the changes' file numbers: number texts are equal when
+        // they are the same file number (the text of a file number is its decimal form), or when they are the same
+        // text that is none.
+        boost::unordered_flat_map<std::uint64_t, std::vector<std::size_t>> changesByNumber;
+        boost::unordered_flat_map<std::string_view, std::vector<std::size_t>> otherChangesByPath;
         for (std::size_t index = 0; index < results.size() && index < changes.count(); ++index) {
             const Value& change = changes.at(index);
             const Value* type = change.find(keys::changeType);
@@ -138,21 +144,33 @@ namespace {
             if (!results[index].fileId || !path || !number || !path->isString() || !number->isString()
                 || (type && type->isString() && type->string() == changeTypes::deleted))
                 continue;
-            changesByPath[path->string()].push_back(index);
+            if (auto fileNumber = parseFileNumberText(number->string()))
+                changesByNumber[*fileNumber].push_back(index);
+            else
+                otherChangesByPath[path->string()].push_back(index);
         }
-        if (changesByPath.empty())
+        if (changesByNumber.empty() && otherChangesByPath.empty())
             return;
         std::vector<std::optional<std::size_t>> positionOfChange(changes.count());
         table.forEachEntry([&](std::size_t position, const EntryView& entry) {
-            auto found = entry.pathText().data() ? changesByPath.find(entry.pathText()) : changesByPath.end();
-            if (found == changesByPath.end())
+            const std::vector<std::size_t>* candidates = nullptr;
+            if (auto fileNumber = entry.fileNumber()) {
+                auto found = changesByNumber.find(*fileNumber);
+                candidates = found == changesByNumber.end() ? nullptr : &found->second;
+            } else if (!otherChangesByPath.empty() && entry.pathText().data()) {
+                auto found = otherChangesByPath.find(entry.pathText());
+                candidates = found == otherChangesByPath.end() ? nullptr : &found->second;
+            }
+            if (!candidates)
                 return;
+            const std::string_view path = entry.pathText();
             const auto number = entry.text(RecordKey::BaseSystemFileID);
-            if (!number)
+            if (!path.data() || !number)
                 return;
-            for (std::size_t index : found->second) {
-                const std::string& changeNumber = changes.at(index).find(keys::baseSystemFileID)->string();
-                if (!positionOfChange[index] && changeNumber == *number)
+            for (std::size_t index : *candidates) {
+                const Value& change = changes.at(index);
+                if (!positionOfChange[index] && change.find(keys::baseSystemFilePath)->string() == path
+                    && change.find(keys::baseSystemFileID)->string() == *number)
                     positionOfChange[index] = position;
             }
         });
@@ -280,10 +298,13 @@ void SyncFilesXpcService::storeAcceptedTable(const std::vector<SyncFilesInTableA
     // Between passes: the table stored is the one the object holds now, complete, and a pass that starts later
     // reads what this stores.
     std::lock_guard pass(m_passMutex);
-    if (refused.count() != 0) {
-        Value table = userDefaultsArray();
-        leaveRefusedChangesUndone(table, refused, splitRenames);
-        setUserDefaultsArray(table);
+    {
+        std::lock_guard lock(m_fieldsMutex);
+        // The pass's index of the stored table is made again by the next pass; let go of it now, so that the table
+        // stored below is updated where it lies instead of copied.
+        m_tableIndex = StoredTableIndex();
+        if (refused.count() != 0)
+            leaveRefusedChangesUndone(m_userDefaultsArray, refused, splitRenames);
     }
     const bool storeOnce = m_policy.storesTableOnceWithIdentifiers();
     if (!storeOnce) {

@@ -3,27 +3,53 @@
 #include "platform/Log.h"
 #include "sync/RecordKeys.h"
 
+#include <string_view>
+#include <vector>
+
 namespace engine {
 
 using platform::Value;
 
 namespace {
 
-    bool hasText(const Value& record, std::string_view key, const Value* text)
+    bool holds(const EntryView& entry, RecordKey key, const Value& value)
     {
-        const Value* value = record.find(key);
-        return text && value && *value == *text;
+        const std::optional<Value> held = entry.find(key);
+        return held && *held == value;
     }
 
-    std::optional<std::size_t> firstEntryWith(const Value& table, const Value* path, const Value* fileNumber = nullptr)
+    // The first entry whose path is `path` and, when `fileNumber` is given, whose file number is `fileNumber`.
+    std::optional<std::size_t> firstEntryWith(WatchedTable& table, const Value* path, const Value* fileNumber)
     {
-        for (std::size_t position = 0; position < table.count(); ++position) {
-            const Value& entry = table.at(position);
-            if (hasText(entry, keys::baseSystemFilePath, path)
-                && (!fileNumber || hasText(entry, keys::baseSystemFileID, fileNumber)))
-                return position;
+        if (!path)
+            return std::nullopt;
+        auto sameFileNumber = [&](const EntryView& entry) {
+            return !fileNumber || holds(entry, RecordKey::BaseSystemFileID, *fileNumber);
+        };
+        if (const std::string* text = path->stringIf())
+            return table.firstPositionWithPath(*text, sameFileNumber);
+        // A path that is not a text comes from a record of another kind: such records are rare, and looked for one
+        // by one.
+        std::optional<std::size_t> first;
+        table.forEachEntry([&](std::size_t position, const EntryView& entry) {
+            if (!first && holds(entry, RecordKey::BaseSystemFilePath, *path) && sameFileNumber(entry))
+                first = position;
+        });
+        return first;
+    }
+
+    // The text paths that the undoing of `refused` looks up or gives to an entry.
+    std::vector<std::string_view> pathsOf(const Value& refused)
+    {
+        std::vector<std::string_view> paths;
+        for (const Value& change : refused.elements()) {
+            for (std::string_view key : { keys::baseSystemFilePath, keys::oldPath }) {
+                const Value* path = change.find(key);
+                if (path && path->isString())
+                    paths.push_back(path->string());
+            }
         }
-        return std::nullopt;
+        return paths;
     }
 
     const std::string* textOf(const Value& record, std::string_view key)
@@ -62,8 +88,9 @@ RenameSet RefusedRenames::refusedAgain(const Value& refused)
     return again;
 }
 
-void leaveRefusedChangesUndone(Value& table, const Value& refused, const RenameSet& splitRenames)
+void leaveRefusedChangesUndone(WatchedTable& table, const Value& refused, const RenameSet& splitRenames)
 {
+    table.indexOnlyPaths(pathsOf(refused));
     for (const Value& change : refused.elements()) {
         const Value* type = change.find(keys::changeType);
         const std::string* typeText = type ? type->stringIf() : nullptr;
@@ -76,24 +103,32 @@ void leaveRefusedChangesUndone(Value& table, const Value& refused, const RenameS
             table.append(std::move(entry));
             continue;
         }
-        auto position = firstEntryWith(table, path, *typeText == changeTypes::created ? change.find(keys::baseSystemFileID) : nullptr);
+        const bool created = *typeText == changeTypes::created;
+        auto position = firstEntryWith(table, path, created ? change.find(keys::baseSystemFileID) : nullptr);
         if (!position)
             continue;
-        if (*typeText == changeTypes::created) {
-            table.removeAt(*position);
+        if (created) {
+            table.remove(*position);
         } else if (*typeText == changeTypes::modified) {
-            table.mutableAt(*position).setObject(Value(""), keys::fileSize);
-            table.mutableAt(*position).setObject(Value(""), keys::modifiedDate);
+            Value entry = table.at(*position).record();
+            entry.setObject(Value(""), keys::fileSize);
+            entry.setObject(Value(""), keys::modifiedDate);
+            table.replace(*position, std::move(entry));
         } else if (*typeText == changeTypes::renamed) {
-            if (const Value* oldPath = change.find(keys::oldPath))
-                table.mutableAt(*position).setObject(*oldPath, keys::baseSystemFilePath);
+            Value entry = table.at(*position).record();
+            const Value* oldPath = change.find(keys::oldPath);
+            if (oldPath)
+                entry.setObject(*oldPath, keys::baseSystemFilePath);
             auto rename = renameOf(change);
-            if (rename && splitRenames.contains(*rename)) {
+            const bool split = rename && splitRenames.contains(*rename);
+            if (split) {
                 platform::log("The server refused the rename of %@ to %@ twice; it is reported as %@ deleted and %@ "
                               "created",
                     rename->first, rename->second, rename->first, rename->second);
-                table.mutableAt(*position).setObject(Value(""), keys::baseSystemFileID);
+                entry.setObject(Value(""), keys::baseSystemFileID);
             }
+            if (oldPath || split)
+                table.replace(*position, std::move(entry));
         }
     }
 }

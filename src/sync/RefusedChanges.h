@@ -5,6 +5,7 @@
 // finds the same difference again and reports it once more.
 
 #include "platform/Value.h"
+#include "sync/WatchedTable.h"
 
 #include <mutex>
 #include <set>
@@ -32,14 +33,15 @@ private:
     RenameSet m_lastRefused;
 };
 
-// Undoes each change record of `refused` in `table` (a list of table records):
+// Undoes each change record of `refused` in `table`, entry by entry, so that storing the table afterwards writes
+// only the entries undone:
 // - "Created": the entry of its path and file number is taken out (the item is new again);
 // - "Modified": the entry of its path loses its size and date texts (the item has changed again);
 // - "Renamed": the entry of its new path goes back to its old path (the item is renamed again); for a rename in
 //   `splitRenames` it also loses its file number, so that the next pass reports the old path "Deleted" and the new
 //   one "Created" instead of the same rename;
 // - "Deleted": the record comes back as an entry (the item is deleted again).
-void leaveRefusedChangesUndone(platform::Value& table, const platform::Value& refused, const RenameSet& splitRenames);
+void leaveRefusedChangesUndone(WatchedTable& table, const platform::Value& refused, const RenameSet& splitRenames);
 
 // True when a result's "ReturnStatus" says that the server applied the change: the text "0" (or the number 0).
 bool isAcceptedReturnStatus(const std::optional<platform::Value>& returnStatus);

@@ -238,6 +238,12 @@ bool StoredRecords::appendSeenForm(const StoredRecords& other, std::size_t row, 
     return true;
 }
 
+void StoredRecords::moveLastTo(std::size_t row)
+{
+    m_rows[row] = m_rows.back();
+    m_rows.pop_back();
+}
+
 std::string_view StoredRecords::text(std::size_t row, RecordKey key) const
 {
     return textOf(m_rows[row].texts[static_cast<std::size_t>(key)]);

@@ -48,6 +48,9 @@ public:
     // arena): its eight stored fields in their order ("FileIDKey" as it is), then "computerIDKey" = `computerId`
     // and "removeKey" = "0". False, appending nothing, when that record is not regular.
     bool appendSeenForm(const StoredRecords& other, std::size_t row, std::string_view computerId);
+    // Puts the record appended last in the place of record `row`, which it replaces: a table updated where it lies
+    // (WatchedTable::rowsStored). The texts (or the value) of the record replaced stay where they are.
+    void moveLastTo(std::size_t row);
 
     // True when record `row` is kept compactly.
     bool isRegular(std::size_t row) const { return m_rows[row].shape != oddShape; }

@@ -51,38 +51,41 @@ std::shared_ptr<StoredTable> StoredTable::of(StoredRecords records, const Value*
 
 void StoredTable::normaliseEntries(bool leaveOutFaulty)
 {
-    const Value* id = computerIdValue();
     entries.clear();
     entries.reserve(records.count());
     for (std::size_t row = 0; row < records.count(); ++row) {
-        TableEntry entry;
-        entry.form = EntryForm::Unseen;
-        entry.row = static_cast<std::uint32_t>(row);
-        auto normaliseOne = [&] {
-            EntryView view(entry, this, nullptr);
-            if (records.isRegular(row)) {
-                // Every field is there and a string; only the computer identifier can be missing.
-                if (!id)
-                    raiseMissingValue(keys::computerID);
-            } else {
-                // The file ID is compared with the empty string before it is tested for the null object, so
-                // anything but a string (the null object too) raises here; a missing one becomes the empty string.
-                if (auto fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
-                    raiseUnrecognizedSelector(*fileID, "isEqualToString:");
-                requireNormalisedFields(view);
-            }
-            readEntryFacts(entry, view);
-            entry.storedAsSeen = isStoredAsSeen(records, row, id);
-            entries.push_back(entry);
-        };
         if (!leaveOutFaulty) {
-            normaliseOne();
+            entries.push_back(normalisedEntry(row));
             continue;
         }
-        platform::guard(normaliseOne, [&](const platform::Exception& exception) {
-            platform::log("The stored record %@ is left out of the table: %@", records.record(row), exception);
-        });
+        platform::guard([&] { entries.push_back(normalisedEntry(row)); },
+            [&](const platform::Exception& exception) {
+                platform::log("The stored record %@ is left out of the table: %@", records.record(row), exception);
+            });
     }
+}
+
+TableEntry StoredTable::normalisedEntry(std::size_t row) const
+{
+    const Value* id = computerIdValue();
+    TableEntry entry;
+    entry.form = EntryForm::Unseen;
+    entry.row = static_cast<std::uint32_t>(row);
+    EntryView view(entry, this, nullptr);
+    if (records.isRegular(row)) {
+        // Every field is there and a string; only the computer identifier can be missing.
+        if (!id)
+            raiseMissingValue(keys::computerID);
+    } else {
+        // The file ID is compared with the empty string before it is tested for the null object, so anything but a
+        // string (the null object too) raises here; a missing one becomes the empty string.
+        if (auto fileID = view.storedField(RecordKey::FileID); fileID && !fileID->isString())
+            raiseUnrecognizedSelector(*fileID, "isEqualToString:");
+        requireNormalisedFields(view);
+    }
+    readEntryFacts(entry, view);
+    entry.storedAsSeen = isStoredAsSeen(records, row, id);
+    return entry;
 }
 
 bool StoredTable::hasComputerId(const Value* otherComputerId) const
@@ -103,11 +106,13 @@ WatchedTable::WatchedTable(std::shared_ptr<const StoredTable> stored)
 void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
 {
     m_entries.assign(stored->entries.begin(), stored->entries.end());
+    if (stored != m_madeHere)
+        m_madeHere.reset();
     m_stored = std::move(stored);
     m_storedVersion = m_stored->version;
     m_built.clear();
     m_positions.reset(m_entries.size());
-    m_pathIndexBuilt = false;
+    m_pathIndex = PathIndex::None;
     m_slotsByPath.clear();
 }
 
@@ -219,17 +224,24 @@ std::string_view WatchedTable::pathOfSlot(std::size_t slot) const
 
 void WatchedTable::indexPath(std::size_t slot)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex == PathIndex::None)
         return;
-    if (std::string_view path = pathOfSlot(slot); path.data()) {
-        Slots& slots = m_slotsByPath[std::string(path)];
-        slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
+    std::string_view path = pathOfSlot(slot);
+    if (!path.data())
+        return;
+    auto found = m_slotsByPath.find(path);
+    if (found == m_slotsByPath.end()) {
+        if (m_pathIndex == PathIndex::Chosen)
+            return;
+        found = m_slotsByPath.try_emplace(std::string(path)).first;
     }
+    Slots& slots = found->second;
+    slots.insert(std::upper_bound(slots.begin(), slots.end(), slot), static_cast<std::uint32_t>(slot));
 }
 
 void WatchedTable::unindexPath(std::size_t slot)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex == PathIndex::None)
         return;
     if (std::string_view path = pathOfSlot(slot); path.data()) {
         auto found = m_slotsByPath.find(path);
@@ -244,7 +256,8 @@ void WatchedTable::unindexPath(std::size_t slot)
 
 void WatchedTable::buildPathIndex()
 {
-    m_pathIndexBuilt = true;
+    m_slotsByPath.clear();
+    m_pathIndex = PathIndex::All;
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         if (m_entries[slot].form == EntryForm::Removed)
             continue;
@@ -260,14 +273,38 @@ std::size_t WatchedTable::positionOfSlot(std::size_t slot) const
     return m_positions.positionOf(slot);
 }
 
-std::optional<std::size_t> WatchedTable::firstPositionWithPath(std::string_view path)
+void WatchedTable::indexOnlyPaths(const std::vector<std::string_view>& paths)
 {
-    if (!m_pathIndexBuilt)
+    if (m_pathIndex != PathIndex::None)
+        return;
+    m_pathIndex = PathIndex::Chosen;
+    for (std::string_view path : paths)
+        m_slotsByPath.try_emplace(std::string(path));
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        if (m_entries[slot].form == EntryForm::Removed)
+            continue;
+        if (std::string_view path = pathOfSlot(slot); path.data()) {
+            if (auto found = m_slotsByPath.find(path); found != m_slotsByPath.end())
+                found->second.push_back(static_cast<std::uint32_t>(slot));
+        }
+    }
+}
+
+std::optional<std::size_t> WatchedTable::firstPositionWithPath(
+    std::string_view path, const std::function<bool(const EntryView&)>& matches)
+{
+    if (m_pathIndex == PathIndex::None || (m_pathIndex == PathIndex::Chosen && !m_slotsByPath.contains(path)))
         buildPathIndex();
     auto found = m_slotsByPath.find(path);
-    if (found == m_slotsByPath.end() || found->second.empty())
+    if (found == m_slotsByPath.end())
         return std::nullopt;
-    return m_positions.positionOf(found->second.front());
+    // Slots grow with the table's order (an entry is only ever added at the end), so the first match is the first
+    // entry in the table.
+    for (std::uint32_t slot : found->second) {
+        if (!matches || matches(viewOfSlot(slot)))
+            return m_positions.positionOf(slot);
+    }
+    return std::nullopt;
 }
 
 void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&)>& report)
@@ -294,7 +331,7 @@ void WatchedTable::removeMarkedEntries(const std::function<void(const EntryView&
     m_entries = std::move(kept);
     m_positions.reset(m_entries.size());
     m_slotsByPath.clear();
-    m_pathIndexBuilt = false;
+    m_pathIndex = PathIndex::None;
 }
 
 std::vector<platform::ListRow> WatchedTable::rows() const
@@ -318,7 +355,84 @@ void WatchedTable::rowsStored(std::uint64_t version)
     // The stored table the next pass starts from: the records just stored, in order. An unchanged entry's record is
     // the stored one it stands for, a seen entry's is made from its stored texts, any other is its record made
     // compact, keeping the texts it shares with the stored record it replaces. The texts stay in the arena they were
-    // read into.
+    // read into. A one-file edit changes a few entries of a table of a million: where it can, the table is updated
+    // where it lies instead of copied.
+    if (!storeInPlace(version))
+        storeAfresh(version);
+    m_storedVersion = version;
+    const bool normalised = m_stored->entries.size() == m_stored->records.count();
+    std::uint32_t row = 0;
+    for (TableEntry& entry : m_entries) {
+        if (entry.form == EntryForm::Removed)
+            continue;
+        entry.row = row;
+        entry.changed = false;
+        if (normalised && (entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen))
+            entry.storedAsSeen = m_stored->entries[row].storedAsSeen;
+        ++row;
+    }
+}
+
+namespace {
+
+    // Record `slot` of `records` as the entry stands for it: the seen form made from its stored texts when the entry
+    // is a seen one, else its record made compact keeping the texts it shares with stored record `row`.
+    void appendRecordOf(StoredRecords& records, const StoredRecords& stored, const TableEntry& entry,
+        const EntryView& view, const std::string* computerIdText)
+    {
+        if (!(entry.form == EntryForm::Seen && computerIdText
+                && records.appendSeenForm(stored, entry.row, *computerIdText)))
+            records.appendReplacing(view.record(), stored, entry.row);
+    }
+
+}
+
+bool WatchedTable::storeInPlace(std::uint64_t version)
+{
+    // This table's two handles on the stored table are the only ones: no pass, index or reader holds it.
+    if (!m_madeHere || m_madeHere != m_stored || m_stored.use_count() != 2)
+        return false;
+    StoredTable& table = *m_madeHere;
+    const std::size_t storedCount = table.records.count();
+    if (table.entries.size() != storedCount || m_entries.size() < storedCount)
+        return false;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        const TableEntry& entry = m_entries[slot];
+        const std::uint32_t row = slot < storedCount ? static_cast<std::uint32_t>(slot) : TableEntry::noRow;
+        if (entry.form == EntryForm::Removed || entry.row != row)
+            return false;
+    }
+    const std::string* computerIdText = table.computerId ? table.computerId->stringIf() : nullptr;
+    std::vector<std::size_t> written;
+    for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
+        const TableEntry& entry = m_entries[slot];
+        if ((entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen) && !entry.changed)
+            continue;
+        appendRecordOf(table.records, table.records, entry, viewOfSlot(slot), computerIdText);
+        if (slot < storedCount)
+            table.records.moveLastTo(slot);
+        written.push_back(slot);
+    }
+    // Normalised for the next pass as reading the list would normalise it; should a record not normalise, the
+    // next pass reads the list and fails as it must.
+    try {
+        for (std::size_t row : written) {
+            TableEntry entry = table.normalisedEntry(row);
+            if (row < table.entries.size())
+                table.entries[row] = entry;
+            else
+                table.entries.push_back(entry);
+        }
+        table.version = version;
+    } catch (const platform::Exception&) {
+        table.entries.clear();
+        table.version = 0;
+    }
+    return true;
+}
+
+void WatchedTable::storeAfresh(std::uint64_t version)
+{
     auto next = std::make_shared<StoredTable>();
     next->records = StoredRecords::sharing(m_stored->records);
     next->records.reserve(count());
@@ -331,32 +445,19 @@ void WatchedTable::rowsStored(std::uint64_t version)
         const bool stored = entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen;
         if (stored && !entry.changed)
             next->records.appendCopy(m_stored->records, entry.row);
-        else if (!(entry.form == EntryForm::Seen && computerIdText
-                     && next->records.appendSeenForm(m_stored->records, entry.row, *computerIdText)))
-            next->records.appendReplacing(viewOfSlot(slot).record(), m_stored->records, entry.row);
+        else
+            appendRecordOf(next->records, m_stored->records, entry, viewOfSlot(slot), computerIdText);
     }
     // Normalised for the next pass as reading the list would normalise it. Should a record not normalise (only one
     // given through the table property can fail), the next pass reads the list and fails as it must.
-    bool normalised = true;
     try {
         next->normaliseEntries(false);
         next->version = version;
     } catch (const platform::Exception&) {
         next->entries.clear();
-        normalised = false;
     }
-    m_stored = std::move(next);
-    m_storedVersion = version;
-    std::uint32_t row = 0;
-    for (TableEntry& entry : m_entries) {
-        if (entry.form == EntryForm::Removed)
-            continue;
-        entry.row = row;
-        entry.changed = false;
-        if (normalised && (entry.form == EntryForm::Unseen || entry.form == EntryForm::Seen))
-            entry.storedAsSeen = m_stored->entries[row].storedAsSeen;
-        ++row;
-    }
+    m_stored = next;
+    m_madeHere = std::move(next);
 }
 
 void WatchedTable::forEachEntry(const std::function<void(std::size_t, const EntryView&)>& visit) const

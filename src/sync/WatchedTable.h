@@ -53,6 +53,8 @@ public:
     static std::shared_ptr<StoredTable> of(StoredRecords records, const platform::Value* computerId, std::uint64_t version);
     // Fills `entries` from `records`, raising or leaving out as normalise() does.
     void normaliseEntries(bool leaveOutFaulty);
+    // The entry of record `row`, normalised; raises as normalise() does.
+    TableEntry normalisedEntry(std::size_t row) const;
     // True when the table is normalised for this computer identifier.
     bool hasComputerId(const platform::Value* otherComputerId) const;
     const platform::Value* computerIdValue() const { return computerId ? &*computerId : nullptr; }
@@ -98,8 +100,14 @@ public:
     // The position of the entry in slot `slot` (the table's position of the entry when the pass read it); raises
     // NSRangeException when a move has taken that entry out.
     std::size_t positionOfSlot(std::size_t slot) const;
-    // The position of the first entry whose "BaseSystemFilePathKey" is the string `path`.
-    std::optional<std::size_t> firstPositionWithPath(std::string_view path);
+    // The position of the first entry whose "BaseSystemFilePathKey" is the string `path` (and for which `matches`
+    // holds, when given).
+    std::optional<std::size_t> firstPositionWithPath(
+        std::string_view path, const std::function<bool(const EntryView&)>& matches = {});
+    // Indexes the entries of `paths` alone, when no path is indexed yet: the lookups of a few paths known beforehand
+    // (the refused changes of a report) then cost one walk of the entries and no copy of every path. Entries that
+    // get one of these paths later are indexed too; a lookup of any other path indexes every path.
+    void indexOnlyPaths(const std::vector<std::string_view>& paths);
 
     // Hands every entry whose "removeKey" is "1" to `report`, in table order, then removes them all. If `report`
     // raises, the table is left as it was.
@@ -124,13 +132,23 @@ private:
     void indexPath(std::size_t slot);
     void buildPathIndex();
 
+    // Stores the table where m_stored lies (rowsStored): true when it could, that is when this table made m_stored
+    // and alone holds it, and every entry still stands at its row (none taken out, new ones only at the end).
+    bool storeInPlace(std::uint64_t version);
+    // Makes the stored table afresh from the entries (rowsStored).
+    void storeAfresh(std::uint64_t version);
+
     std::shared_ptr<const StoredTable> m_stored;
+    // m_stored when this table made it (rowsStored), which it may then change while it alone holds it; else null.
+    std::shared_ptr<StoredTable> m_madeHere;
     std::uint64_t m_storedVersion = 0;
     // The records of Built entries; a deque, so that a view of one stays valid while others are added.
     std::deque<platform::Value> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;
-    bool m_pathIndexBuilt = false;
+    // Which paths m_slotsByPath holds: none yet, those indexOnlyPaths() chose (its keys), or every path.
+    enum class PathIndex : std::uint8_t { None, Chosen, All };
+    PathIndex m_pathIndex = PathIndex::None;
     boost::unordered_flat_map<std::string, Slots, PathHash, std::equal_to<>> m_slotsByPath;
 };
 

@@ -178,3 +178,79 @@ TEST(StoredRecords, TheTableMadeAfterAStoreIsTheListThatWasStored)
         return unseen.description();
     }());
 }
+
+namespace {
+
+// The entries a pass would make of `stored`'s records if it read them from the store.
+void expectNormalisedAsRead(const StoredTable& stored, const Value& computerId)
+{
+    ASSERT_EQ(stored.entries.size(), stored.records.count());
+    for (std::size_t row = 0; row < stored.records.count(); ++row) {
+        SCOPED_TRACE(row);
+        const auto again = [&] {
+            StoredRecords one = StoredRecords::sharing(stored.records);
+            one.appendText(storedText(stored.records.record(row)));
+            return StoredTable::normalise(std::move(one), &computerId, 1)->entries[0];
+        }();
+        const engine::TableEntry& entry = stored.entries[row];
+        EXPECT_EQ(entry.row, row);
+        EXPECT_EQ(entry.form, engine::EntryForm::Unseen);
+        EXPECT_EQ(entry.fileNumber, again.fileNumber);
+        EXPECT_EQ(entry.hasFileNumber, again.hasFileNumber);
+        EXPECT_EQ(entry.kilobytes, again.kilobytes);
+        EXPECT_EQ(entry.hasKilobytes, again.hasKilobytes);
+        EXPECT_EQ(entry.storedAsSeen, again.storedAsSeen);
+    }
+}
+
+}
+
+// A table stored again, that only its own table holds, is updated where it lies: the same object, now the list
+// stored, normalised as a pass reading it would normalise it. One that anything else holds is left as it was.
+TEST(StoredRecords, ATableStoredAgainIsUpdatedWhereItLiesUnlessAnotherHoldsIt)
+{
+    const Value computerId("C-1");
+    StoredRecords records;
+    for (int number = 1; number <= 5; ++number)
+        records.appendText(storedText(regularRecord(std::to_string(number), "/f" + std::to_string(number))));
+    engine::WatchedTable table(StoredTable::normalise(records, &computerId, 1));
+    const auto seeAll = [&] {
+        table.reload(table.storedTable());
+        for (std::size_t position = 0; position < table.count(); ++position)
+            table.markSeen(position, &computerId);
+    };
+    seeAll();
+    table.rowsStored(2);
+    const StoredTable* first = table.storedTable().get();
+
+    // An edit, the server's identifier of another entry, and a new entry.
+    seeAll();
+    Value edited = table.at(1).record();
+    edited.setObject(Value("9"), "fileSizeKey");
+    table.replace(1, edited);
+    table.setFileID(3, Value("F-new"));
+    table.append(regularRecord("6", "/f6"));
+    Value expected = table.records();
+    table.rowsStored(3);
+    EXPECT_EQ(table.storedTable().get(), first);
+    EXPECT_EQ(table.storedTable()->version, 3u);
+    EXPECT_EQ(table.storedTable()->records.list().description(), expected.description());
+    for (std::size_t row = 0; row < expected.count(); ++row)
+        EXPECT_EQ(table.storedTable()->records.record(row).keys(), expected.at(row).keys()) << row;
+    expectNormalisedAsRead(*table.storedTable(), computerId);
+    for (const auto& row : table.rows())
+        EXPECT_FALSE(row.isWritersRecord());
+
+    // Held elsewhere (as a pass's index holds it), the stored table is made afresh instead.
+    seeAll();
+    const std::shared_ptr<const StoredTable> held = table.storedTable();
+    const std::string heldList = held->records.list().description();
+    table.replace(0, regularRecord("7", "/f7"));
+    expected = table.records();
+    table.rowsStored(4);
+    EXPECT_NE(table.storedTable(), held);
+    EXPECT_EQ(held->records.list().description(), heldList);
+    EXPECT_EQ(held->version, 3u);
+    EXPECT_EQ(table.storedTable()->records.list().description(), expected.description());
+    expectNormalisedAsRead(*table.storedTable(), computerId);
+}
