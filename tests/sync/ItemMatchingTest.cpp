@@ -25,18 +25,25 @@ platform::DirectoryItem file(const std::string& path, std::uint64_t number)
     return { path, attributes };
 }
 
+// The matches of items `walked` in folder "/b" against a table of (file number, path) entries.
+std::vector<engine::ItemMatch> matchesOf(const std::vector<std::pair<std::string, std::string>>& entries,
+    std::vector<platform::DirectoryItem> walked)
+{
+    engine::StoredRecords records;
+    for (const auto& [number, path] : entries)
+        records.append(record(number, path));
+    const Value computerId("C-1");
+    const auto table = engine::StoredTable::normalise(records, &computerId, 1);
+    const auto scan = engine::FolderScan::fromItems("/b", std::move(walked));
+    return engine::matchWalkedItems(scan, *table, std::vector<bool>(scan.count(), false));
+}
+
 }
 
 TEST(ItemMatching, EntriesThatShareAPathOrAFileNumberArePairedInTableOrder)
 {
-    engine::StoredRecords records;
-    for (const auto& [number, path] : std::vector<std::pair<std::string, std::string>> {
-             { "1", "/b/x" }, { "2", "/b/x" }, { "5", "/b/y" }, { "5", "/b/z" } })
-        records.append(record(number, path));
-    const Value computerId("C-1");
-    const auto table = engine::StoredTable::normalise(records, &computerId, 1);
-    const auto scan = engine::FolderScan::fromItems("/b", { file("x", 3), file("w", 5) });
-    const auto matches = engine::matchWalkedItems(scan, *table, { false, false });
+    const auto matches = matchesOf({ { "1", "/b/x" }, { "2", "/b/x" }, { "5", "/b/y" }, { "5", "/b/z" } },
+        { file("x", 3), file("w", 5) });
 
     ASSERT_EQ(matches.size(), 2u);
     EXPECT_EQ(matches[0].pairing, engine::ItemPairing::Replaced);
@@ -47,14 +54,8 @@ TEST(ItemMatching, EntriesThatShareAPathOrAFileNumberArePairedInTableOrder)
 
 TEST(ItemMatching, AnEntryOutsideTheWalkedFolderIsNeverPairedByItsPath)
 {
-    engine::StoredRecords records;
-    for (const auto& [number, path] : std::vector<std::pair<std::string, std::string>> {
-             { "1", "/c/x" }, { "2", "/bx" }, { "3", "x" }, { "4", "/b/y" } })
-        records.append(record(number, path));
-    const Value computerId("C-1");
-    const auto table = engine::StoredTable::normalise(records, &computerId, 1);
-    const auto scan = engine::FolderScan::fromItems("/b", { file("x", 9), file("y", 4) });
-    const auto matches = engine::matchWalkedItems(scan, *table, { false, false });
+    const auto matches = matchesOf({ { "1", "/c/x" }, { "2", "/bx" }, { "3", "x" }, { "4", "/b/y" } },
+        { file("x", 9), file("y", 4) });
 
     ASSERT_EQ(matches.size(), 2u);
     EXPECT_EQ(matches[0].pairing, engine::ItemPairing::New);
