@@ -111,8 +111,13 @@ std::optional<Value> EntryView::storedField(RecordKey key) const
 
 EntryView::Field EntryView::field(RecordKey key, std::string_view name) const
 {
-    if (m_entry->form == EntryForm::Built || m_entry->form == EntryForm::Removed)
-        return { m_built ? m_built->find(key == RecordKey::Other ? name : nameOf(key)) : nullptr, std::nullopt };
+    if (m_entry->form == EntryForm::Built || m_entry->form == EntryForm::Removed) {
+        if (!m_built)
+            return {};
+        if (key == RecordKey::FileID && m_built->fileID)
+            return { &*m_built->fileID, std::nullopt };
+        return { m_built->record.find(key == RecordKey::Other ? name : nameOf(key)), std::nullopt };
+    }
     switch (key) {
     case RecordKey::Remove:
         return { &fixedText(m_entry->form == EntryForm::Unseen), std::nullopt };
@@ -195,7 +200,16 @@ Value EntryView::record() const
     case EntryForm::Removed:
         break;
     }
-    return *m_built;
+    return m_built->whole();
+}
+
+Value BuiltRecord::whole() const
+{
+    if (!fileID)
+        return record;
+    Value withFileID = record;
+    withFileID.setObject(*fileID, keys::fileID);
+    return withFileID;
 }
 
 }

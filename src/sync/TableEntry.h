@@ -8,7 +8,7 @@
 // (StoredRecords.h keeps them compactly) and has a form that says which record it stands for:
 // - Unseen: the normalised record of the stored one, "removeKey" = "1";
 // - Seen: that record refreshed by the rename process, "removeKey" = "0";
-// - Built: a record a process has built, or one given whole through the table property;
+// - Built: a record a process has built, or one given whole through the table property (BuiltRecord);
 // - Removed: the slot of an entry that a move took out of the table.
 // The records are built from the form only when the table is handed out (TableEntry.cpp), with the key order of
 // the operation that makes them.
@@ -69,12 +69,23 @@ struct TableEntry {
     static constexpr std::uint32_t noRow = 0xFFFFFFFF;
 };
 
+// The record of a Built entry, and the server's identifier given to it since, if any. The identifier is kept beside
+// the record rather than in a copy of it: the records a pass builds are shared with the change list being
+// reported, and after a first sync every one of them gets an identifier, so copies would double the table.
+struct BuiltRecord {
+    platform::Value record;
+    std::optional<platform::Value> fileID;
+
+    // The record with the identifier set as setting "FileIDKey" sets it.
+    platform::Value whole() const;
+};
+
 // Reads the fields of one entry as the record it stands for: the cleaned "FileIDKey", the "removeKey" of its form and
 // the table's "computerIDKey" for normalised entries, the stored values otherwise.
 class EntryView {
 public:
     // `stored` holds the records of Unseen and Seen entries, `built` is the record of a Built one.
-    EntryView(const TableEntry& entry, const StoredTable* stored, const platform::Value* built)
+    EntryView(const TableEntry& entry, const StoredTable* stored, const BuiltRecord* built)
         : m_entry(&entry)
         , m_stored(stored)
         , m_built(built)
@@ -112,7 +123,7 @@ private:
 
     const TableEntry* m_entry;
     const StoredTable* m_stored;
-    const platform::Value* m_built;
+    const BuiltRecord* m_built;
 };
 
 // Reads the facts of TableEntry from the entry's record.

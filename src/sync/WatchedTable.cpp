@@ -127,7 +127,7 @@ WatchedTable WatchedTable::ofRecords(Value records)
         entry.row = static_cast<std::uint32_t>(row);
         entry.built = static_cast<std::uint32_t>(table.m_built.size());
         entry.changed = false;
-        table.m_built.push_back(elements[row]);
+        table.m_built.push_back({ elements[row], std::nullopt });
         readEntryFacts(entry, EntryView(entry, table.m_stored.get(), &table.m_built.back()));
     }
     table.m_positions.reset(table.m_entries.size());
@@ -173,6 +173,12 @@ void WatchedTable::replace(std::size_t position, Value record)
 void WatchedTable::setFileID(std::size_t position, const std::optional<Value>& fileID)
 {
     std::size_t slot = checkedSlot(position);
+    TableEntry& entry = m_entries[slot];
+    if (entry.form == EntryForm::Built && fileID && m_built[entry.built].record.isDictionary()) {
+        m_built[entry.built].fileID = *fileID;
+        entry.changed = true;
+        return;
+    }
     Value record = viewOfSlot(slot).record();
     record.setObject(fileID, keys::fileID);
     setRecord(slot, std::move(record));
@@ -185,10 +191,10 @@ void WatchedTable::setRecord(std::size_t slot, Value record)
     // A record the table made for this entry alone is replaced where it lies: a table whose every entry changes (the
     // server's identifiers after a first sync) does not keep every former record besides.
     if (entry.form == EntryForm::Built) {
-        m_built[entry.built] = std::move(record);
+        m_built[entry.built] = { std::move(record), std::nullopt };
     } else {
         entry.built = static_cast<std::uint32_t>(m_built.size());
-        m_built.push_back(std::move(record));
+        m_built.push_back({ std::move(record), std::nullopt });
     }
     entry.form = EntryForm::Built;
     entry.changed = true;
@@ -202,7 +208,7 @@ void WatchedTable::append(Value record)
     TableEntry& entry = m_entries.emplace_back();
     entry.form = EntryForm::Built;
     entry.built = static_cast<std::uint32_t>(m_built.size());
-    m_built.push_back(std::move(record));
+    m_built.push_back({ std::move(record), std::nullopt });
     readEntryFacts(entry, viewOfSlot(m_entries.size() - 1));
     m_positions.append();
     indexPath(m_entries.size() - 1);

@@ -143,7 +143,7 @@ private:
     std::shared_ptr<StoredTable> m_madeHere;
     std::uint64_t m_storedVersion = 0;
     // The records of Built entries; a deque, so that a view of one stays valid while others are added.
-    std::deque<platform::Value> m_built;
+    std::deque<BuiltRecord> m_built;
     std::vector<TableEntry> m_entries;
     LivePositions m_positions;
     // Which paths m_slotsByPath holds: none yet, those indexOnlyPaths() chose (its keys), or every path.

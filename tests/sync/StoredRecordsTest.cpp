@@ -254,3 +254,37 @@ TEST(StoredRecords, ATableStoredAgainIsUpdatedWhereItLiesUnlessAnotherHoldsIt)
     EXPECT_EQ(table.storedTable()->records.list().description(), expected.description());
     expectNormalisedAsRead(*table.storedTable(), computerId);
 }
+
+// The server's identifier given to a record a pass built (after a first sync, every record) is part of the table's
+// record from then on, where setting "FileIDKey" puts it, while the change record that the same record went out as
+// stays as it was reported. A record put in its place later has none of it; nil raises as setting the key does.
+TEST(StoredRecords, AServerIdentifierOfABuiltRecordJoinsTheTableRecordAndLeavesTheChangeRecordAsItWas)
+{
+    engine::WatchedTable table;
+    const Value created = regularRecord("1", "/f1");
+    Value withoutFileID = regularRecord("2", "/f2");
+    withoutFileID.removeObjectForKey("FileIDKey");
+    const Value changes = Value::array({ created, withoutFileID });
+    table.append(created);
+    table.append(withoutFileID);
+    table.setFileID(0, Value("F-1"));
+    table.setFileID(1, Value("F-2"));
+
+    Value expected = created;
+    expected.setObject(Value("F-1"), "FileIDKey");
+    EXPECT_EQ(table.at(0).record().description(), expected.description());
+    EXPECT_EQ(table.at(0).record().keys(), expected.keys());
+    EXPECT_EQ(table.at(0).text(RecordKey::FileID), "F-1");
+    EXPECT_EQ(table.at(0).find("FileIDKey")->description(), Value("F-1").description());
+    EXPECT_EQ(table.at(1).record().keys().back(), "FileIDKey");
+    EXPECT_EQ(table.records().at(1).find("FileIDKey")->description(), Value("F-2").description());
+    EXPECT_EQ(changes.description(), Value::array({ created, withoutFileID }).description());
+    for (const auto& row : table.rows())
+        EXPECT_TRUE(row.isWritersRecord());
+
+    table.replace(0, regularRecord("3", "/f3"));
+    EXPECT_EQ(table.at(0).record().description(), regularRecord("3", "/f3").description());
+
+    EXPECT_THROW(table.setFileID(1, std::nullopt), platform::Exception);
+    EXPECT_EQ(table.at(1).text(RecordKey::FileID), "F-2");
+}
