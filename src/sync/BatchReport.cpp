@@ -244,21 +244,27 @@ bool SyncFilesXpcService::handleReportReply(
         return false;
     }
     Value refused = Value::array();
-    Value acceptedChanges = Value::array();
-    std::vector<SyncFilesInTableAndCloudResponseData> accepted;
     for (std::size_t index = 0; index < results.size(); ++index) {
-        if (isAcceptedReturnStatus(results[index].returnStatus)) {
-            accepted.push_back(results[index]);
-            acceptedChanges.append(changes.at(index));
-        } else {
+        if (!isAcceptedReturnStatus(results[index].returnStatus))
             refused.append(changes.at(index));
-        }
     }
     const RenameSet splitRenames = m_refusedRenames.refusedAgain(refused);
     const bool allRefused = refused.count() == changes.count();
-    // A report refused whole stores nothing, unless a rename in it is to be reported differently next time.
-    if (!allRefused || !splitRenames.empty())
+    // A report refused whole stores nothing, unless a rename in it is to be reported differently next time. A
+    // report accepted whole (the usual case, a first sync's included) is stored from the results as they came.
+    if (refused.count() == 0) {
+        storeAcceptedTable(results, refused, &changes, splitRenames);
+    } else if (!allRefused || !splitRenames.empty()) {
+        Value acceptedChanges = Value::array();
+        std::vector<SyncFilesInTableAndCloudResponseData> accepted;
+        for (std::size_t index = 0; index < results.size(); ++index) {
+            if (isAcceptedReturnStatus(results[index].returnStatus)) {
+                accepted.push_back(results[index]);
+                acceptedChanges.append(changes.at(index));
+            }
+        }
         storeAcceptedTable(accepted, refused, &acceptedChanges, splitRenames);
+    }
     if (allRefused)
         retryReport(platform::format("the server refused all %@ changes", changes.count()));
     else if (refused.count() != 0)
