@@ -7,6 +7,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -709,13 +710,21 @@ void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint6
         const Value list = Value::arrayOf(std::move(elements));
         writeInTransaction(domainInTransaction(key, &list));
     };
-    const auto storedOrds = m_snapshot.ords.find(key);
-    if (readVersion != m_snapshot.version || storedOrds == m_snapshot.ords.end() || m_snapshot.unimported) {
+    const auto isRead = [&](const ListRow& row) { return row.readIndex != ListRow::newElement; };
+    // A list of new rows alone (a first sync's table) replaces whatever is stored, whichever version it was.
+    const bool allNew = std::none_of(rows.begin(), rows.end(), isRead);
+    if ((readVersion != m_snapshot.version && !allNew) || m_snapshot.unimported || m_snapshot.scalars.contains(key)) {
         writeWhole();
         return;
     }
+    auto storedOrds = m_snapshot.ords.find(key);
+    if (storedOrds == m_snapshot.ords.end()) {
+        // A list stored for the first time: its key goes after the domain's others, as setting a new key puts it,
+        // and its rows are written one by one like any others.
+        addListKey(key);
+        storedOrds = m_snapshot.ords.try_emplace(std::string(key)).first;
+    }
     const std::vector<std::int64_t>& previousOrds = storedOrds->second;
-    const auto isRead = [&](const ListRow& row) { return row.readIndex != ListRow::newElement; };
 
     // The ord of every row: a read element keeps its own, a run of new ones is spread over the gap before the
     // next read element (or after the last one). Read elements out of their order, or a gap too small, and the
@@ -776,6 +785,21 @@ void PreferenceDatabase::writeRowsInTransaction(std::string_view key, std::uint6
     }
     m_rowsWritten += removed.size();
     m_snapshot.ords[keyText] = std::move(ords);
+}
+
+// Adds the key of a list that has no rows yet after the domain's other keys (inside a transaction), creating the
+// domain when there is none, and records it in m_snapshot.
+void PreferenceDatabase::addListKey(std::string_view key)
+{
+    if (!m_snapshot.present) {
+        execute(m_db, "INSERT OR REPLACE INTO domain_state(id, present) VALUES (1, 1)");
+        m_snapshot.present = true;
+    }
+    Statement insert(m_db,
+        "INSERT INTO domain_keys(position, key, value) "
+        "VALUES ((SELECT coalesce(max(position), -1) + 1 FROM domain_keys), ?, NULL)");
+    insert.bind(1, key).run();
+    m_snapshot.keys.push_back({ std::string(key), std::nullopt });
 }
 
 // Writes the rows of `domain` that differ from what is stored, then makes m_snapshot what a reader would now read.

@@ -162,6 +162,7 @@ private:
     // False when the database could not be read (logged; a damaged one is moved aside and the snapshot is empty).
     bool readCurrent(const std::function<void()>& readSnapshot);
     void load();
+    void addListKey(std::string_view key);
     void loadLayout();
     // The stored texts of the elements of list `key` in order, each to `visit` (inside a transaction).
     void visitRows(const std::string& key, const std::function<void(std::string_view)>& visit);

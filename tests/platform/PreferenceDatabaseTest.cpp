@@ -317,6 +317,54 @@ TEST(PreferenceDatabase, AStoreByRowsAfterAnotherProcessStoredWritesTheWholeList
     EXPECT_EQ(reader.read()->find("FileWatchedDataKey")->description(), table.description());
 }
 
+// A list stored by rows where there is none yet (a first sync's table) goes after the domain's other keys, as
+// setting a new key puts it, and is then known as stored; in a database without the domain it makes the domain. New
+// rows alone replace the list whatever another process stored since it was read.
+TEST(PreferenceDatabase, AListStoredByRowsForTheFirstTimeGoesAfterTheOtherKeys)
+{
+    const Value table = tableOf(300);
+    const std::vector<platform::ListRow> allNew(table.count(), platform::ListRow {});
+    const auto recordAt = [&](std::size_t p) { return table.at(p); };
+    {
+        TempDir folder;
+        PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+        database.write(Value::dictionary({ { "Other", "x" }, { "Last", "y" } }));
+        const std::uint64_t stored
+            = database.writeListRows("FileWatchedDataKey", tableVersion(database), allNew, recordAt);
+        CollectedElements again;
+        EXPECT_EQ(database.readList("FileWatchedDataKey", stored, again).kind, platform::StoredList::Kind::Unchanged);
+        PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+        const auto domain = reader.read();
+        EXPECT_EQ(domain->keys(), (std::vector<std::string> { "Other", "Last", "FileWatchedDataKey" }));
+        EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
+        EXPECT_EQ(domain->find("Last")->description(), Value("y").description());
+    }
+    {
+        TempDir folder;
+        PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+        database.writeListRows("FileWatchedDataKey", tableVersion(database), allNew, recordAt);
+        PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+        const auto domain = reader.read();
+        ASSERT_TRUE(domain);
+        EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey" }));
+        EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
+    }
+    {
+        TempDir folder;
+        PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+        const std::uint64_t read = tableVersion(database);
+        {
+            PreferenceDatabase other(databaseIn(folder), folder / "unused.json");
+            other.write(Value::dictionary({ { "FileWatchedDataKey", tableOf(3) }, { "Other", "x" } }));
+        }
+        database.writeListRows("FileWatchedDataKey", read, allNew, recordAt);
+        PreferenceDatabase reader(databaseIn(folder), folder / "unused.json");
+        const auto domain = reader.read();
+        EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey", "Other" }));
+        EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
+    }
+}
+
 TEST(PreferenceDatabase, ElementsInsertedWhereNoGapIsLeftRewriteTheList)
 {
     TempDir folder;
