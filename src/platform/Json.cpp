@@ -294,7 +294,9 @@ public:
         }
     }
 
-    std::string take() { return std::move(m_out); }
+    std::string take() { return std::exchange(m_out, std::string()); }
+    std::size_t size() const { return m_out.size(); }
+    void reserve(std::size_t size) { m_out.reserve(size); }
 
     // A container in three steps, so that an array can also be written one element at a time (JsonArrayWriter).
     void open(char opening)
@@ -413,10 +415,15 @@ std::string writeJson(const Value& value, const JsonWriteOptions& options)
     return writer.take();
 }
 
+// The text is written in pieces of about a mebibyte and joined once at the end into a text of exactly its size: a
+// text grown by doubling would, at its last growth, hold its old and its new storage, up to twice the final size.
 class JsonArrayWriter::Text {
 public:
+    static constexpr std::size_t pieceSize = std::size_t(1) << 20;
+
     explicit Text(const JsonWriteOptions& options) : writer(options) { writer.open('['); }
     Writer writer;
+    std::vector<std::string> pieces;
     bool empty = true;
 };
 
@@ -429,12 +436,28 @@ void JsonArrayWriter::append(const Value& element)
     m_text->writer.beginItem(m_text->empty, 0);
     m_text->empty = false;
     m_text->writer.write(element, 1);
+    if (m_text->writer.size() >= Text::pieceSize) {
+        m_text->pieces.push_back(m_text->writer.take());
+        // Room for the piece and the element that ends it, so that a piece is not grown by doubling either.
+        m_text->writer.reserve(Text::pieceSize + Text::pieceSize / 16);
+    }
 }
 
 std::string JsonArrayWriter::finish()
 {
     m_text->writer.close(']', 0);
-    return m_text->writer.take();
+    std::vector<std::string>& pieces = m_text->pieces;
+    pieces.push_back(m_text->writer.take());
+    std::size_t size = 0;
+    for (const std::string& piece : pieces)
+        size += piece.size();
+    std::string text;
+    text.reserve(size);
+    for (std::string& piece : pieces) {
+        text += piece;
+        std::string().swap(piece);
+    }
+    return text;
 }
 
 bool isValidJsonObject(const Value& value)

@@ -324,6 +324,24 @@ TEST(JsonArrayWriter, WritesTheTextOfTheWholeArray)
     }
 }
 
+// A text of several mebibytes is written in pieces and joined once: the same text, holding no room beyond its size
+// (grown by doubling it would hold up to as much again).
+TEST(JsonArrayWriter, ALongTextIsTheWholeArraysTextWithNoRoomToSpare)
+{
+    platform::Array list;
+    for (int index = 0; index < 30000; ++index)
+        list.push_back(Value::dictionary({ { "BaseSystemFilePathKey", Value("/home/ann/Korbanhold/folder/file-"
+                                                                            + std::to_string(index) + ".txt") },
+            { "fileSizeKey", Value(std::to_string(index)) } }));
+    platform::JsonArrayWriter writer(pretty());
+    for (const Value& element : list)
+        writer.append(element);
+    const std::string text = writer.finish();
+    EXPECT_EQ(text, writeJson(Value::arrayOf(list), pretty()));
+    EXPECT_GT(text.size(), std::size_t(3) << 20);
+    EXPECT_LE(text.capacity(), text.size() + text.size() / 64);
+}
+
 TEST(JsonArrayWriter, RaisesAsWriteJsonForAnElementJsonCannotHold)
 {
     platform::JsonArrayWriter writer(pretty());
