@@ -23,6 +23,20 @@ static ReplyValue throughJsonText(const ReplyValue& reply)
     }
 }
 
+// The same trip for one element of a list, as a part of the list's text: a scalar is written and read as it stands
+// there, and it is read one level less deep than the list allows.
+static ReplyValue elementThroughJsonText(const platform::Value& element)
+{
+    try {
+        const platform::JsonReadOptions options { .allowFragments = true,
+            .maxDepth = platform::JsonReadOptions {}.maxDepth - 1 };
+        return platform::readJson(
+            platform::writeJson(element, { .prettyPrinted = true, .allowFragments = true }), options);
+    } catch (const platform::JsonError&) {
+        return std::nullopt;
+    }
+}
+
 // The bare-value decoders read "ReturnStatus" and "error", then hand the error to the status as though the status
 // were a record with an `error` to set. No value of a reply has such a property, so whenever "ReturnStatus" is
 // present this raises, uncaught, and the caller's completion never runs; otherwise the status, absent, is returned.
@@ -92,7 +106,20 @@ UpdateFileRequestResponseData DataParser::parseUpdateFileRequestResponseData(con
 std::vector<SyncFilesInTableAndCloudResponseData> DataParser::parseSyncFilesInTableAndCloudResponseData(
     const ReplyValue& reply)
 {
-    return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(throughJsonText(reply));
+    if (!reply || !reply->isArray())
+        return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(throughJsonText(reply));
+    // A list makes the trip one element at a time: the same copy of each, without a text and a second tree of the
+    // whole reply beside the first (100,000 results are some 50 MB of them). One element that cannot make the trip
+    // leaves the whole list behind.
+    std::vector<SyncFilesInTableAndCloudResponseData> results;
+    results.reserve(reply->count());
+    for (const platform::Value& element : reply->elements()) {
+        const ReplyValue copy = elementThroughJsonText(element);
+        if (!copy)
+            return {};
+        results.push_back(decode<SyncFilesInTableAndCloudResponseData>(copy));
+    }
+    return results;
 }
 
 UpdateComputerStatusResponseData DataParser::parseUpdateComputerStatusResponseData(const ReplyValue& reply)

@@ -1,11 +1,14 @@
 #include "ExpectedKeys.h"
 
 #include "messages/DataParser.h"
+#include "messages/ResponseKeys.h"
+#include "messages/WireCodec.h"
 #include "platform/Exception.h"
 #include "platform/Json.h"
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -308,6 +311,55 @@ TEST(ResponseDecoding, BatchReplyIsWalkedAfterAJsonRoundTripSoAValueJsonCannotCa
     // A reply that JSON text cannot hold does not survive the round trip, and nothing is left to walk.
     const Value reply = Value::array({ Value::dictionary({ { "FileID", "7" }, { "When", Value::date(0) } }) });
     EXPECT_TRUE(DataParser::parseSyncFilesInTableAndCloudResponseData(reply).empty());
+}
+
+namespace {
+
+// A batch reply's decoding as the trip of the whole reply through one text gives it.
+std::vector<SyncFilesInTableAndCloudResponseData> decodedAfterTheWholeTrip(const Value& reply)
+{
+    try {
+        return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(
+            platform::readJson(platform::writeJson(reply, { .prettyPrinted = true })));
+    } catch (const platform::JsonError&) {
+        return {};
+    }
+}
+
+Value nestedLists(int depth)
+{
+    Value value("bottom");
+    for (int level = 0; level < depth; ++level)
+        value = Value::array({ value });
+    return value;
+}
+
+}
+
+// The reply makes its trip through JSON text one element at a time; every value comes back as the trip of the whole
+// reply brings it back, and what the whole reply's trip refuses (a value JSON cannot carry, a list nested deeper than
+// a reader takes) still leaves nothing to walk.
+TEST(ResponseDecoding, BatchReplyWalkedElementByElementIsWhatTheWholeTripGives)
+{
+    const Value result = Value::dictionary({ { "FileID", Value::real(0.1) }, { "ReturnStatus", Value::boolean(true) },
+        { "BaseSystemFileID", "a/b \u00e9 \"q\"" }, { "Error", Value::dictionary({ { "code", Value::integer(-7) } }) } });
+    const std::vector<Value> replies = {
+        Value::array({ result, Value("text"), Value::integer(3), Value(), Value::array({ result }),
+            Value::dictionary({ { "FileID", Value::unsignedInteger(18446744073709551615u) } }),
+            Value::dictionary({ { "FileID", Value::real(1e300) }, { "ReturnStatus", Value::real(-0.0) } }) }),
+        Value::array({ result, Value::dictionary({ { "FileID", Value::real(std::numeric_limits<double>::infinity()) } }) }),
+        Value::array({ result, nestedLists(254) }),
+        Value::array({ result, nestedLists(255) }),
+        Value::array({ result, nestedLists(256) }),
+    };
+    for (const Value& reply : replies) {
+        const auto walked = DataParser::parseSyncFilesInTableAndCloudResponseData(reply);
+        const auto expected = decodedAfterTheWholeTrip(reply);
+        ASSERT_EQ(walked.size(), expected.size()) << reply.count();
+        EXPECT_EQ(encode(walked).description(), encode(expected).description());
+    }
+    EXPECT_EQ(DataParser::parseSyncFilesInTableAndCloudResponseData(replies[0]).size(), 7u);
+    EXPECT_TRUE(DataParser::parseSyncFilesInTableAndCloudResponseData(replies[1]).empty());
 }
 
 TEST(ResponseDecoding, BatchReplyValuesComeBackFromTheRoundTripWithTheirKinds)
