@@ -63,6 +63,28 @@ namespace {
         return !text || *text == isFileText(item.type == platform::FileType::Directory);
     }
 
+    // A table that the last pass stored lists its entries in walk order: each item is, most often, the item of the
+    // entry after the one the item before it took. Pairs each item that is, by its file number and path, in place,
+    // with no key hashed. True when that pairs every entry: then no entry is left that any item could be paired
+    // with, in place or otherwise (two entries of one number and path would leave one of them unpaired), and the
+    // items left are new. Else the matches are left to be made from the start.
+    template<typename RelativePathOf>
+    bool pairedInWalkOrder(const FolderScan& scan, const std::vector<TableEntry>& entries,
+        const RelativePathOf& relativePathOf, std::vector<ItemMatch>& matches)
+    {
+        std::size_t next = 0;
+        for (std::size_t item = 0; item < scan.count() && next < entries.size(); ++item) {
+            const TableEntry& entry = entries[next];
+            if (matches[item].pairing == ItemPairing::Skipped || !entry.hasFileNumber
+                || entry.fileNumber != scan.attributesAt(item).fileNumber
+                || relativePathOf(static_cast<std::uint32_t>(next)) != scan.relativePathAt(item))
+                continue;
+            matches[item] = ItemMatch { ItemPairing::InPlace, static_cast<std::uint32_t>(next) };
+            ++next;
+        }
+        return next == entries.size();
+    }
+
 }
 
 std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTable& table, const std::vector<bool>& skipped)
@@ -79,20 +101,24 @@ std::vector<ItemMatch> matchWalkedItems(const FolderScan& scan, const StoredTabl
             return std::nullopt;
         return path.substr(prefix.size());
     };
+    std::vector<ItemMatch> matches(scan.count());
+    for (std::size_t item = 0; item < scan.count(); ++item) {
+        if (skipped[item])
+            matches[item].pairing = ItemPairing::Skipped;
+    }
+    if (pairedInWalkOrder(scan, entries, relativePathOf, matches))
+        return matches;
+
+    std::vector<bool> decided(scan.count(), false);
+    std::vector<bool> paired(entries.size(), false);
+    for (std::size_t item = 0; item < scan.count(); ++item) {
+        matches[item] = ItemMatch { skipped[item] ? ItemPairing::Skipped : ItemPairing::New, 0 };
+        decided[item] = skipped[item];
+    }
     EntryChains<std::uint64_t> entriesByNumber(entries.size());
     for (auto entry = static_cast<std::uint32_t>(entries.size()); entry-- > 0;) {
         if (entries[entry].hasFileNumber)
             entriesByNumber.addInFront(entries[entry].fileNumber, entry);
-    }
-
-    std::vector<ItemMatch> matches(scan.count());
-    std::vector<bool> decided(scan.count(), false);
-    std::vector<bool> paired(entries.size(), false);
-    for (std::size_t item = 0; item < scan.count(); ++item) {
-        if (skipped[item]) {
-            matches[item].pairing = ItemPairing::Skipped;
-            decided[item] = true;
-        }
     }
     auto pairEach = [&](ItemPairing pairing, const auto& chains, auto keyOf, auto fits) {
         for (std::size_t item = 0; item < scan.count(); ++item) {

@@ -62,3 +62,38 @@ TEST(ItemMatching, AnEntryOutsideTheWalkedFolderIsNeverPairedByItsPath)
     EXPECT_EQ(matches[1].pairing, engine::ItemPairing::InPlace);
     EXPECT_EQ(matches[1].entry, 3u);
 }
+
+// A table in walk order (as the last pass stored it) pairs item after item in place; an item between two of its
+// entries is new.
+TEST(ItemMatching, ATableInWalkOrderPairsEachItemInPlaceAndAnItemBetweenItsEntriesIsNew)
+{
+    const auto matches = matchesOf({ { "1", "/b/a" }, { "2", "/b/c" } }, { file("a", 1), file("b", 7), file("c", 2) });
+
+    ASSERT_EQ(matches.size(), 3u);
+    EXPECT_EQ(matches[0].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(matches[0].entry, 0u);
+    EXPECT_EQ(matches[1].pairing, engine::ItemPairing::New);
+    EXPECT_EQ(matches[2].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(matches[2].entry, 1u);
+}
+
+// Once an entry of a table in walk order finds no item in place (here the item renamed, and a second entry of one
+// file number and path), every item is paired as in any other table: the entry moved, the first of the two taken.
+TEST(ItemMatching, AnEntryOfATableInWalkOrderLeftUnpairedInPlaceLeavesThePairingToTheOtherRules)
+{
+    const auto renamed = matchesOf({ { "1", "/b/a" }, { "3", "/b/b" }, { "2", "/b/c" } },
+        { file("a", 1), file("b2", 3), file("c", 2) });
+    ASSERT_EQ(renamed.size(), 3u);
+    EXPECT_EQ(renamed[0].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(renamed[1].pairing, engine::ItemPairing::Moved);
+    EXPECT_EQ(renamed[1].entry, 1u);
+    EXPECT_EQ(renamed[2].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(renamed[2].entry, 2u);
+
+    const auto twice = matchesOf({ { "2", "/b/c" }, { "1", "/b/a" }, { "2", "/b/c" } }, { file("a", 1), file("c", 2) });
+    ASSERT_EQ(twice.size(), 2u);
+    EXPECT_EQ(twice[0].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(twice[0].entry, 1u);
+    EXPECT_EQ(twice[1].pairing, engine::ItemPairing::InPlace);
+    EXPECT_EQ(twice[1].entry, 0u);
+}
