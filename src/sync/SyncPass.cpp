@@ -235,7 +235,7 @@ void SyncFilesXpcService::loadTables()
         m_userDefaultsArray = storedTable ? WatchedTable::ofRecords(storedTable->records.list()) : WatchedTable();
         throw;
     }
-    m_userDefaultsArray.reload(m_tableIndex.table());
+    m_userDefaultsArray.reload(m_tableIndex.table(), std::move(toNormalise));
 
     // Marking each record through the first record equal to it gives every record its own marked copy: the search
     // always meets an unmarked record equal to it, or its own marked form. A shared-file list that is not a list

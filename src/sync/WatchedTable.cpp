@@ -103,10 +103,12 @@ WatchedTable::WatchedTable(std::shared_ptr<const StoredTable> stored)
     reload(std::move(stored));
 }
 
-void WatchedTable::reload(std::shared_ptr<const StoredTable> stored)
+void WatchedTable::reload(std::shared_ptr<const StoredTable> stored, std::shared_ptr<StoredTable> madeForThisTable)
 {
     m_entries.assign(stored->entries.begin(), stored->entries.end());
-    if (stored != m_madeHere)
+    if (madeForThisTable && madeForThisTable == stored)
+        m_madeHere = std::move(madeForThisTable);
+    else if (stored != m_madeHere)
         m_madeHere.reset();
     m_stored = std::move(stored);
     m_storedVersion = m_stored->version;
@@ -409,6 +411,9 @@ bool WatchedTable::storeInPlace(std::uint64_t version)
             return false;
     }
     const std::string* computerIdText = table.computerId ? table.computerId->stringIf() : nullptr;
+    // A changed record is appended, then moved to its row: room for the new entries and one more, so that the rows
+    // are not grown by doubling when every entry changed.
+    table.records.reserve(m_entries.size() + 1);
     std::vector<std::size_t> written;
     for (std::size_t slot = 0; slot < m_entries.size(); ++slot) {
         const TableEntry& entry = m_entries[slot];

@@ -66,8 +66,9 @@ public:
     WatchedTable();
     explicit WatchedTable(std::shared_ptr<const StoredTable> stored);
     // Starts again from `stored`, keeping the storage of the entries (a million entries' worth is tens of MB that
-    // would otherwise be allocated and touched afresh by every pass).
-    void reload(std::shared_ptr<const StoredTable> stored);
+    // would otherwise be allocated and touched afresh by every pass). `madeForThisTable`: `stored` itself when the
+    // pass read and normalised it for this table, which may then update it where it lies when it is stored.
+    void reload(std::shared_ptr<const StoredTable> stored, std::shared_ptr<StoredTable> madeForThisTable = nullptr);
     // The records as they are (all Built): the table before normalisation, or a table given through the property.
     static WatchedTable ofRecords(platform::Value records);
 
@@ -139,7 +140,8 @@ private:
     void storeAfresh(std::uint64_t version);
 
     std::shared_ptr<const StoredTable> m_stored;
-    // m_stored when this table made it (rowsStored), which it may then change while it alone holds it; else null.
+    // m_stored when it was made for this table (rowsStored, or a pass's read), which it may then change while it
+    // alone holds it; else null.
     std::shared_ptr<StoredTable> m_madeHere;
     std::uint64_t m_storedVersion = 0;
     // The records of Built entries; a deque, so that a view of one stays valid while others are added.

@@ -288,3 +288,40 @@ TEST(StoredRecords, AServerIdentifierOfABuiltRecordJoinsTheTableRecordAndLeavesT
     EXPECT_THROW(table.setFileID(1, std::nullopt), platform::Exception);
     EXPECT_EQ(table.at(1).text(RecordKey::FileID), "F-2");
 }
+
+// A table read and normalised for this table alone is updated where it lies when it is stored, like one the table
+// stored itself; one handed in only to be read is made afresh.
+TEST(StoredRecords, ATableReadForThisTableAloneIsUpdatedWhereItLiesWhenStored)
+{
+    const Value computerId("C-1");
+    const auto readTable = [&] {
+        StoredRecords records;
+        for (int number = 1; number <= 3; ++number)
+            records.appendText(storedText(regularRecord(std::to_string(number), "/f" + std::to_string(number))));
+        auto table = StoredTable::of(std::move(records), &computerId, 1);
+        table->normaliseEntries(false);
+        return table;
+    };
+    const auto storeEverySeen = [&](engine::WatchedTable& table) {
+        for (std::size_t position = 0; position < table.count(); ++position)
+            table.markSeen(position, &computerId);
+        Value expected = table.records();
+        table.rowsStored(2);
+        EXPECT_EQ(table.storedTable()->records.list().description(), expected.description());
+        expectNormalisedAsRead(*table.storedTable(), computerId);
+    };
+
+    engine::WatchedTable owner;
+    auto made = readTable();
+    const StoredTable* madeAddress = made.get();
+    owner.reload(made, made);
+    made.reset();
+    storeEverySeen(owner);
+    EXPECT_EQ(owner.storedTable().get(), madeAddress);
+
+    engine::WatchedTable reader;
+    const std::shared_ptr<const StoredTable> shared = readTable();
+    reader.reload(shared);
+    storeEverySeen(reader);
+    EXPECT_NE(reader.storedTable(), shared);
+}
