@@ -23,11 +23,12 @@ using CompletionHandler = std::function<void(const Outcome<Record>& object, Tran
 
 // The completion step of an operation: with status 0 the reply (the parsed JSON, or nothing for a stream upload
 // whose reply was not JSON) goes through `decoder` and the record to `handler`; any other outcome goes to
-// `handler` as it came. A decoder that raises ends the step there: `handler` is not called.
+// `handler` as it came. A decoder that raises ends the step there: `handler` is not called. The reply is let go
+// once decoded, so that a large one (a first sync's) is not kept beside its record while `handler` runs.
 template<typename Record>
 Finished completionStep(Record (*decoder)(const messages::ReplyValue&), CompletionHandler<Record> handler)
 {
-    return [decoder, handler = std::move(handler)](const TransportObject& object, TransportStatus status) {
+    return [decoder, handler = std::move(handler)](TransportObject object, TransportStatus status) {
         if (status != TransportSucceeded) {
             if (const auto* error = std::get_if<platform::Error>(&object))
                 handler(*error, status);
@@ -35,8 +36,10 @@ Finished completionStep(Record (*decoder)(const messages::ReplyValue&), Completi
                 handler(std::monostate(), status);
             return;
         }
-        const auto* reply = std::get_if<platform::Value>(&object);
-        handler(decoder(reply ? messages::ReplyValue(*reply) : std::nullopt), status);
+        auto* reply = std::get_if<platform::Value>(&object);
+        Outcome<Record> record = decoder(reply ? messages::ReplyValue(std::move(*reply)) : std::nullopt);
+        object = std::monostate();
+        handler(record, status);
     };
 }
 

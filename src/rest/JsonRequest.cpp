@@ -104,11 +104,11 @@ void finishJsonRequest(const std::string& url, const std::optional<platform::Err
         platform::log("network error");
         return;
     }
-    const auto reply = parseReply(body);
-    const auto* parsed = std::get_if<platform::Value>(&reply);
+    auto reply = parseReply(body);
+    auto* parsed = std::get_if<platform::Value>(&reply);
     platform::log("response %@", parsed);
     if (parsed)
-        finished(*parsed, TransportSucceeded);
+        finished(std::move(*parsed), TransportSucceeded);
     else
         finished(std::get<platform::Error>(reply), TransportReplyNotJson);
 }

@@ -41,8 +41,9 @@ enum : TransportStatus {
 // or the HTTP response of a stream download.
 using TransportObject = std::variant<std::monostate, platform::Value, platform::Error, platform::http::Response>;
 
-// Completion of a JSON request, a stream upload and the plain transfers.
-using Finished = std::function<void(const TransportObject& object, TransportStatus status)>;
+// Completion of a JSON request, a stream upload and the plain transfers. The object is handed over, so that a
+// completion can let go of a large reply before it is done.
+using Finished = std::function<void(TransportObject object, TransportStatus status)>;
 // Completion of a stream download: (HTTP response, reply body) on success, (nothing, error or nothing) otherwise.
 using StreamFinished
     = std::function<void(const TransportObject& first, const TransportObject& second, TransportStatus status)>;
