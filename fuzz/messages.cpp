@@ -1,7 +1,8 @@
 // Feeds arbitrary bytes, parsed as JSON, to every reply decoder and every request-body reader of the server
 // methods, and checks what comes out: nothing but the bare-value decoders may raise, and only when the reply holds
 // "ReturnStatus"; every decoded record encodes and decodes back to itself; the batch decoder's round trip through
-// JSON text keeps every element and key; every request record a server reads encodes to a body JSON can carry.
+// JSON text, made element by element, keeps every element and key and gives what the trip of the whole reply
+// gives; every request record a server reads encodes to a body JSON can carry.
 
 #include "messages/Operations.h"
 #include "platform/Json.h"
@@ -44,6 +45,17 @@ std::vector<std::vector<std::string>> keysOfEach(const platform::Value& array)
     return keys;
 }
 
+// The batch reply decoded after a trip of the whole reply through pretty-printed JSON text.
+template<typename Response>
+Response afterTheWholeTrip(const platform::Value& json)
+{
+    try {
+        return decode<Response>(platform::readJson(platform::writeJson(json, { .prettyPrinted = true })));
+    } catch (const platform::JsonError&) {
+        return {};
+    }
+}
+
 template<typename Operation>
 void exercise(const Operation& operation, const platform::Value& json)
 {
@@ -70,6 +82,8 @@ void exercise(const Operation& operation, const platform::Value& json)
         const Response expected = platform::isValidJsonObject(json) ? decode<Response>(json) : Response {};
         require(keysOfEach(encode(results)) == keysOfEach(encode(expected)));
         requireStableThroughEncoding(results);
+        // The trip is made one element at a time: every value is the one the trip of the whole reply gives.
+        require(encode(results).description() == encode(afterTheWholeTrip<Response>(json)).description());
     } else if constexpr (!std::is_same_v<Response, StreamedReply>) {
         requireStableThroughEncoding(operation.decoder(json));
     }
