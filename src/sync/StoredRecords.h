@@ -60,8 +60,6 @@ public:
     std::optional<platform::Value> find(std::size_t row, RecordKey key) const;
     // The value a record that is not regular keeps.
     const platform::Value& odd(std::size_t row) const { return m_odd[m_rows[row].texts[0]]; }
-    // True when regular record `row` has its keys in the order of the records the rename process makes.
-    bool hasSeenOrder(std::size_t row) const { return m_rows[row].shape == seenShape; }
     // Record `row` as a value, exactly as stored.
     platform::Value record(std::size_t row) const;
     // Every record, in order, as a list of values.

@@ -60,8 +60,8 @@ struct TableEntry {
     EntryForm form = EntryForm::Built;
     bool hasFileNumber = false;
     bool hasKilobytes = false;
-    // Set by the normalisation of a stored record that is already, key for key and in order, the record the rename
-    // process makes of it: once seen, such an entry stands for its stored record unchanged.
+    // Set by the normalisation of a stored record that already holds, key for key, the record the rename process
+    // makes of it (in any key order): once seen, such an entry stands for its stored record unchanged.
     bool storedAsSeen = false;
     // Whether the record this entry stands for differs from element `row` of the list the table was read from or
     // last stored as.

@@ -19,14 +19,16 @@ namespace {
         return (a != nullptr) == b.has_value() && (!a || *a == *b);
     }
 
-    // True when regular record `row` is exactly the record the rename process makes of it with `computerId`.
+    // True when record `row` already holds, key for key, the record the rename process makes of it with
+    // `computerId`. A regular record holds the ten keys as strings, so it does when its computer identifier is this
+    // one and its "removeKey" is "0", whatever the order of its keys: a first sync's records, stored in the key order
+    // of "Created" records, are then not all written again by the first report after it.
     bool isStoredAsSeen(const StoredRecords& records, std::size_t row, const Value* computerId)
     {
         if (!records.isRegular(row))
             return records.odd(row).isDictionary() && isSeenRecord(records.odd(row), computerId);
         const std::string* id = computerId ? computerId->stringIf() : nullptr;
-        return id && records.hasSeenOrder(row) && records.text(row, RecordKey::ComputerID) == *id
-            && records.text(row, RecordKey::Remove) == "0";
+        return id && records.text(row, RecordKey::ComputerID) == *id && records.text(row, RecordKey::Remove) == "0";
     }
 
 }

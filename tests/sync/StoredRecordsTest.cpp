@@ -62,7 +62,6 @@ TEST(StoredRecords, ARegularRecordIsKeptCompactlyAndReadsBackWithItsKeyOrder)
     records.appendText(storedText(record));
     EXPECT_EQ(records.text(0, RecordKey::BaseSystemFilePath), "/home/ann/Korbanhold/c");
     EXPECT_EQ(records.text(0, RecordKey::OldPath), "");
-    EXPECT_TRUE(records.hasSeenOrder(0));
     EXPECT_EQ(*records.find(0, RecordKey::FileID), Value("F-13"));
     EXPECT_FALSE(records.find(0, RecordKey::Other));
 }
@@ -324,4 +323,33 @@ TEST(StoredRecords, ATableReadForThisTableAloneIsUpdatedWhereItLiesWhenStored)
     reader.reload(shared);
     storeEverySeen(reader);
     EXPECT_NE(reader.storedTable(), shared);
+}
+
+// A stored record that already holds what the rename process makes of it, in another key order (a first sync stores
+// its records in the order of "Created" records), stands for itself once seen: the first report after a first sync
+// does not write every row again. A record whose computer identifier or "removeKey" differs is written.
+TEST(StoredRecords, ARecordHoldingItsSeenFormInAnotherKeyOrderIsNotWrittenAgainOnceSeen)
+{
+    const Value computerId("C-1");
+    const auto createdOrder = [](const std::string& number, const std::string& remove, const std::string& computer) {
+        return Value::dictionary({ { "BaseSystemFileIDKey", number }, { "BaseSystemFilePathKey", "/f" + number },
+            { "removeKey", remove }, { "changeTypeKey", "Created" }, { "oldPathKey", "" }, { "isFilekey", "1" },
+            { "fileSizeKey", "3" }, { "FileIDKey", "F-" + number }, { "computerIDKey", computer },
+            { "filemodifiedDateKey", "2026-11-24 10:00:00" } });
+    };
+    StoredRecords records;
+    records.appendText(storedText(createdOrder("1", "0", "C-1")));
+    records.appendText(storedText(createdOrder("2", "1", "C-1")));
+    records.appendText(storedText(createdOrder("3", "0", "C-2")));
+    engine::WatchedTable table(StoredTable::normalise(records, &computerId, 1));
+    for (std::size_t position = 0; position < table.count(); ++position)
+        table.markSeen(position, &computerId);
+
+    const auto rows = table.rows();
+    EXPECT_FALSE(rows[0].isWritersRecord());
+    EXPECT_TRUE(rows[1].isWritersRecord());
+    EXPECT_TRUE(rows[2].isWritersRecord());
+    // The table's record is the rename process's, in its key order, and equal to the stored one.
+    EXPECT_EQ(table.at(0).record().keys().back(), "removeKey");
+    EXPECT_EQ(table.at(0).record(), createdOrder("1", "0", "C-1"));
 }
