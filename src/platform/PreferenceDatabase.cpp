@@ -267,6 +267,9 @@ void PreferenceDatabase::close()
 
 namespace {
 
+// How long a store or a read waits for another process's store to end.
+constexpr int busyTimeoutMilliseconds = 30'000;
+
 sqlite3* openConnection(const std::filesystem::path& file, int flags, const std::string& uri = {})
 {
     sqlite3* db = nullptr;
@@ -276,7 +279,7 @@ sqlite3* openConnection(const std::filesystem::path& file, int flags, const std:
         sqlite3_close_v2(db);
         throw SqliteFailure(opened, "Cannot open " + file.string() + ": " + message);
     }
-    sqlite3_busy_timeout(db, 30'000);
+    sqlite3_busy_timeout(db, busyTimeoutMilliseconds);
     return db;
 }
 
@@ -642,6 +645,23 @@ void PreferenceDatabase::importInTransaction()
     }
 }
 
+// A store of many rows (a first sync's table) leaves a log of as many pages behind. SQLite's own checkpoint after
+// the commit copies them into the database, but keeps the log; should this process end without closing the
+// database, the next one to open it recovers the log and copies every page again at its first store, so that the
+// first edit after a first sync would write the whole table once more. A log larger than this is emptied after the
+// commit instead, when no reader is using it (no reader is waited for: the next large store tries again).
+void PreferenceDatabase::emptyLargeLog()
+{
+    constexpr std::uintmax_t largeLog = std::uintmax_t(4) << 20;
+    std::error_code error;
+    const auto size = std::filesystem::file_size(m_file.string() + "-wal", error);
+    if (error || size <= largeLog)
+        return;
+    sqlite3_busy_timeout(m_db, 0);
+    sqlite3_wal_checkpoint_v2(m_db, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+    sqlite3_busy_timeout(m_db, busyTimeoutMilliseconds);
+}
+
 void PreferenceDatabase::transact(const std::function<void()>& store)
 {
     for (int attempt = 0;; ++attempt) {
@@ -659,6 +679,7 @@ void PreferenceDatabase::transact(const std::function<void()>& store)
                 store();
                 execute(m_db, "COMMIT");
                 m_snapshot.version = newStoreVersion();
+                emptyLargeLog();
                 return;
             } catch (...) {
                 sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);

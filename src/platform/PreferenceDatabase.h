@@ -163,6 +163,7 @@ private:
     bool readCurrent(const std::function<void()>& readSnapshot);
     void load();
     void addListKey(std::string_view key);
+    void emptyLargeLog();
     void loadLayout();
     // The stored texts of the elements of list `key` in order, each to `visit` (inside a transaction).
     void visitRows(const std::string& key, const std::function<void(std::string_view)>& visit);

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <csignal>
 #include <functional>
 #include <fstream>
@@ -363,6 +364,31 @@ TEST(PreferenceDatabase, AListStoredByRowsForTheFirstTimeGoesAfterTheOtherKeys)
         EXPECT_EQ(domain->keys(), (std::vector<std::string> { "FileWatchedDataKey", "Other" }));
         EXPECT_EQ(domain->find("FileWatchedDataKey")->description(), table.description());
     }
+}
+
+// A store of many rows empties the write-ahead log once its pages are in the database, so that a process that opens
+// the database after this one ended without closing it has no log to copy in again; a reader using the log is not
+// waited for, and the log is then left as it is.
+TEST(PreferenceDatabase, AStoreThatLeavesALargeLogEmptiesItUnlessAReaderUsesIt)
+{
+    TempDir folder;
+    const std::filesystem::path log = databaseIn(folder).string() + "-wal";
+    PreferenceDatabase database(databaseIn(folder), folder / "unused.json");
+    database.write(Value::dictionary({ { "FileWatchedDataKey", tableOf(30000) } }));
+    EXPECT_EQ(std::filesystem::file_size(log), 0u);
+    CollectedElements elements;
+    EXPECT_EQ(database.readList("FileWatchedDataKey", 0, elements).kind, platform::StoredList::Kind::Elements);
+    EXPECT_EQ(elements.elements.count(), 30000u);
+
+    sqlite3* reader = nullptr;
+    ASSERT_EQ(sqlite3_open(databaseIn(folder).c_str(), &reader), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(reader, "BEGIN; SELECT count(*) FROM list_rows;", nullptr, nullptr, nullptr), SQLITE_OK);
+    const auto start = std::chrono::steady_clock::now();
+    database.write(Value::dictionary({ { "FileWatchedDataKey", tableOf(60000) } }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_GT(std::filesystem::file_size(log), 0u);
+    sqlite3_exec(reader, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_close(reader);
 }
 
 TEST(PreferenceDatabase, ElementsInsertedWhereNoGapIsLeftRewriteTheList)
