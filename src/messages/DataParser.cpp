@@ -11,27 +11,15 @@ namespace messages {
 
 // The batch decoder walks a copy of the reply made by writing it as pretty-printed JSON text and reading that text
 // back with the default options. Neither step's failure is examined: a reply that cannot make the trip (absent, not
-// a container, or holding something JSON cannot carry) leaves nothing to walk.
-static ReplyValue throughJsonText(const ReplyValue& reply)
-{
-    if (!reply)
-        return std::nullopt;
-    try {
-        return platform::readJson(platform::writeJson(*reply, { .prettyPrinted = true }));
-    } catch (const platform::JsonError&) {
-        return std::nullopt;
-    }
-}
-
-// The same trip for one element of a list, as a part of the list's text: a scalar is written and read as it stands
-// there, and it is read one level less deep than the list allows.
-static ReplyValue elementThroughJsonText(const platform::Value& element)
+// a container, or holding something JSON cannot carry) leaves nothing to walk. An element of a list makes the trip
+// as a part of the list's text: a scalar is written and read as it stands there, one level less deep than the list.
+static ReplyValue throughJsonText(const platform::Value& value, bool asListElement)
 {
     try {
-        const platform::JsonReadOptions options { .allowFragments = true,
-            .maxDepth = platform::JsonReadOptions {}.maxDepth - 1 };
+        const platform::JsonReadOptions options { .allowFragments = asListElement,
+            .maxDepth = platform::JsonReadOptions {}.maxDepth - (asListElement ? 1 : 0) };
         return platform::readJson(
-            platform::writeJson(element, { .prettyPrinted = true, .allowFragments = true }), options);
+            platform::writeJson(value, { .prettyPrinted = true, .allowFragments = asListElement }), options);
     } catch (const platform::JsonError&) {
         return std::nullopt;
     }
@@ -107,14 +95,15 @@ std::vector<SyncFilesInTableAndCloudResponseData> DataParser::parseSyncFilesInTa
     const ReplyValue& reply)
 {
     if (!reply || !reply->isArray())
-        return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(throughJsonText(reply));
+        return decode<std::vector<SyncFilesInTableAndCloudResponseData>>(
+            reply ? throughJsonText(*reply, false) : std::nullopt);
     // A list makes the trip one element at a time: the same copy of each, without a text and a second tree of the
     // whole reply beside the first (100,000 results are some 50 MB of them). One element that cannot make the trip
     // leaves the whole list behind.
     std::vector<SyncFilesInTableAndCloudResponseData> results;
     results.reserve(reply->count());
     for (const platform::Value& element : reply->elements()) {
-        const ReplyValue copy = elementThroughJsonText(element);
+        const ReplyValue copy = throughJsonText(element, true);
         if (!copy)
             return {};
         results.push_back(decode<SyncFilesInTableAndCloudResponseData>(copy));

@@ -23,6 +23,13 @@ namespace {
 
 // Room left between the `ord` of neighbouring elements when a list is written afresh or appended to.
 constexpr std::int64_t ordSpacing = std::int64_t { 1 } << 16;
+
+// The ord of element `index` of a list written afresh.
+constexpr std::int64_t freshOrd(std::size_t index)
+{
+    return ordSpacing * static_cast<std::int64_t>(index + 1);
+}
+
 // How far the comparison of the stored list with the new one looks ahead for a run of removed or inserted elements
 // before it takes a difference for a changed element.
 constexpr std::size_t lookAhead = 16;
@@ -209,7 +216,7 @@ ListPlan freshPlan(std::size_t count)
     plan.ords.reserve(count);
     plan.written.reserve(count);
     for (std::size_t j = 0; j < count; ++j) {
-        plan.ords.push_back(ordSpacing * static_cast<std::int64_t>(j + 1));
+        plan.ords.push_back(freshOrd(j));
         plan.written.push_back(j);
     }
     return plan;
@@ -545,7 +552,7 @@ public:
     {
         if (!m_list)
             return;
-        const std::int64_t ord = ordSpacing * static_cast<std::int64_t>(m_list->size() + 1);
+        const std::int64_t ord = freshOrd(m_list->size());
         m_put.bind(1, m_key).bind(2, ord).bind(3, valueText(element)).run();
         m_list->push_back(ord);
     }
